@@ -1,0 +1,90 @@
+// Quarter-scale luma images: each output pixel comes from a 2 x 2 block of
+// input rows 4y + 1 and 4y + 2 of its 4 x 4 cell.
+#include "common/threads.h"
+#include "trv/stages.h"
+
+namespace {
+
+// Scalar rule: rounded mean of columns 4x + 1 and 4x + 2.
+inline uint8_t quarterTail(const uint8_t* upper, const uint8_t* lower, int x) {
+    return static_cast<uint8_t>((upper[4 * x + 1] + upper[4 * x + 2] + lower[4 * x + 1] + lower[4 * x + 2] + 2) >> 2);
+}
+
+}  // namespace
+
+extern "C" {
+
+void fillImageS_YV16_line(const unsigned char* row, unsigned char* out, int W) {
+    const int q = W >> 2;
+    const int body = q & ~7;
+    const uint8_t* upper = row;
+    const uint8_t* lower = row + W;
+    // Vector body: columns 4x + 2 and 4x + 3, truncating halving averages.
+    for (int x = 0; x < body; x += 8) {
+        uint8x8x4_t a = vld4_u8(upper + 4 * x);
+        uint8x8x4_t b = vld4_u8(lower + 4 * x);
+        uint8x8_t top = vhadd_u8(a.val[2], a.val[3]);
+        uint8x8_t bottom = vhadd_u8(b.val[2], b.val[3]);
+        vst1_u8(out + x, vhadd_u8(top, bottom));
+    }
+    // Scalar tail: its own sampling and rounding, as the vector body's
+    // results and the tail's must both be reproduced exactly.
+    for (int x = body; x < q; ++x) out[x] = quarterTail(upper, lower, x);
+}
+
+void fillImageS_YV16(int i) {
+    if (gH < 4) return;
+    const int W = gW;
+    const int q = W >> 2;
+    const int rows = gH >> 2;
+    const uint8_t* src = gImgInArr[i];
+    uint8_t* dst = gImgInSArr[i];
+    for (int y = 0; y < rows; ++y) {
+        fillImageS_YV16_line(src + static_cast<size_t>(4 * y + 1) * W, dst + static_cast<size_t>(y) * q, W);
+    }
+}
+
+void fillImageS_YUV422(int i) {
+    if (gH < 4) return;
+    const int W = gW;
+    const int q = W >> 2;
+    const int rows = gH >> 2;
+    const size_t stride = 2 * static_cast<size_t>(W);
+    const uint8_t* src = gImgInArr[i];
+    uint8_t* dst = gImgInSArr[i];
+    for (int y = 0; y < rows; ++y) {
+        const uint8_t* upper = src + (4 * y + 1) * stride;
+        const uint8_t* lower = upper + stride;
+        for (int x = 0; x < q; ++x) {
+            int sum = upper[8 * x + 2] + upper[8 * x + 4] + lower[8 * x + 2] + lower[8 * x + 4];
+            dst[static_cast<size_t>(y) * q + x] = static_cast<uint8_t>((sum + 2) >> 2);
+        }
+    }
+}
+
+// Banded variant: frame arg / 10, band arg % 4. Bands 0..2 take H >> 4
+// output rows each, band 3 the rest.
+void* fillImageThread_YV16(void* arg) {
+    const int value = *static_cast<int*>(arg);
+    const int frame = value / 10;
+    const int band = value % 4;
+    const int W = gW;
+    const int q = W >> 2;
+    const int s = gH >> 4;
+    const int first = band * s;
+    const int rows = band < 3 ? s : (gH - 12 * s) >> 2;
+    const uint8_t* src = gImgInArr[frame];
+    uint8_t* dst = gImgInSArr[frame];
+    for (int k = 0; k < rows; ++k) {
+        const int y = first + k;
+        fillImageS_YV16_line(src + static_cast<size_t>(4 * y + 1) * W, dst + static_cast<size_t>(y) * q, W);
+    }
+    return nullptr;
+}
+
+void RunFillImage(int i) {
+    const int args[4] = {10 * i, 10 * i + 1, 10 * i + 2, 10 * i + 3};
+    trv::runWorkers(fillImageThread_YV16, args, 4);
+}
+
+}  // extern "C"

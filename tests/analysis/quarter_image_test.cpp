@@ -1,0 +1,106 @@
+// Quarter-scale luma images against a plain model of both sampling rules:
+// the vector body (columns 4x+2, 4x+3, truncating halving) and the scalar
+// tail (columns 4x+1, 4x+2, rounded mean).
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+uint8_t modelPixel(const uint8_t* upper, const uint8_t* lower, int x, bool vectorBody) {
+    if (vectorBody) {
+        int top = (upper[4 * x + 2] + upper[4 * x + 3]) >> 1;
+        int bottom = (lower[4 * x + 2] + lower[4 * x + 3]) >> 1;
+        return static_cast<uint8_t>((top + bottom) >> 1);
+    }
+    return static_cast<uint8_t>((upper[4 * x + 1] + upper[4 * x + 2] + lower[4 * x + 1] + lower[4 * x + 2] + 2) >> 2);
+}
+
+std::vector<uint8_t> modelQuarterPlanar(const std::vector<uint8_t>& luma, int W, int H) {
+    const int q = W >> 2, rows = H >> 2, body = q & ~7;
+    std::vector<uint8_t> out(static_cast<size_t>(q) * rows);
+    for (int y = 0; y < rows; ++y) {
+        const uint8_t* upper = &luma[static_cast<size_t>(4 * y + 1) * W];
+        for (int x = 0; x < q; ++x) out[static_cast<size_t>(y) * q + x] = modelPixel(upper, upper + W, x, x < body);
+    }
+    return out;
+}
+
+struct FrameState {
+    std::vector<uint8_t> frame, quarter;
+    FrameState(int W, int H, int bytesPerPixel, uint32_t seed)
+        : frame(trvtest::randomBytes(static_cast<size_t>(W) * H * bytesPerPixel, seed)),
+          quarter(static_cast<size_t>(W >> 2) * (H >> 2) + 1, 0xEE) {
+        gW = W;
+        gH = H;
+        gImgInArr[0] = frame.data();
+        gImgInSArr[0] = quarter.data();
+    }
+    std::vector<uint8_t> result() const { return {quarter.begin(), quarter.end() - 1}; }
+};
+
+TEST(QuarterImage, PlanarMatchesModelForEveryTailLength) {
+    for (int q = 1; q <= 41; ++q) {
+        for (int extra = 0; extra < 4; ++extra) {
+            const int W = 4 * q + extra, H = 4 * 5 + extra;
+            FrameState state(W, H, 1, 1000u + q * 4 + extra);
+            fillImageS_YV16(0);
+            ASSERT_EQ(state.result(), modelQuarterPlanar(state.frame, W, H)) << "W=" << W << " H=" << H;
+            EXPECT_EQ(state.quarter.back(), 0xEE) << "wrote past the image";
+        }
+    }
+}
+
+TEST(QuarterImage, SevenColumnsAreAllTailEightAllBody) {
+    // A frame with distinct columns 4x+1 and 4x+3 tells the two rules apart.
+    for (int q : {7, 8, 9}) {
+        const int W = 4 * q, H = 8;
+        FrameState state(W, H, 1, 1);
+        for (int r = 0; r < H; ++r) {
+            for (int c = 0; c < W; ++c) state.frame[r * W + c] = static_cast<uint8_t>((c % 4) * 40 + 1);
+        }
+        fillImageS_YV16(0);
+        // Body: h(h(81, 121), h(81, 121)) = 101. Tail: (41+81+41+81+2) >> 2 = 61.
+        for (int x = 0; x < q; ++x) EXPECT_EQ(state.quarter[x], x < (q & ~7) ? 101 : 61) << "q=" << q << " x=" << x;
+    }
+}
+
+TEST(QuarterImage, PackedUsesRoundedMeanOfLumaBytes) {
+    const int W = 37, H = 13;
+    FrameState state(W, H, 2, 77);
+    fillImageS_YUV422(0);
+    const int q = W >> 2;
+    for (int y = 0; y < (H >> 2); ++y) {
+        for (int x = 0; x < q; ++x) {
+            auto Y = [&](int r, int c) { return state.frame[static_cast<size_t>(r) * 2 * W + 2 * c]; };
+            int expect = (Y(4 * y + 1, 4 * x + 1) + Y(4 * y + 1, 4 * x + 2) + Y(4 * y + 2, 4 * x + 1) +
+                          Y(4 * y + 2, 4 * x + 2) + 2) >> 2;
+            ASSERT_EQ(state.quarter[y * q + x], expect);
+        }
+    }
+}
+
+TEST(QuarterImage, HeightBelowFourLeavesBufferUnwritten) {
+    FrameState state(64, 3, 1, 5);
+    state.quarter.assign(state.quarter.size(), 0xAB);
+    fillImageS_YV16(0);
+    fillImageS_YUV422(0);
+    for (uint8_t v : state.quarter) EXPECT_EQ(v, 0xAB);
+}
+
+TEST(QuarterImage, BandedThreadsEqualSingleThread) {
+    for (int H : {16, 64, 100, 203}) {
+        const int W = 4 * 23 + 2;
+        FrameState state(W, H, 1, static_cast<uint32_t>(H));
+        fillImageS_YV16(0);
+        std::vector<uint8_t> single = state.result();
+        state.quarter.assign(state.quarter.size(), 0);
+        RunFillImage(0);
+        EXPECT_EQ(state.result(), single) << "H=" << H;
+    }
+}
+
+}  // namespace
