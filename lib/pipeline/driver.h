@@ -18,6 +18,10 @@ struct BurstReport {
     int32_t meanLuma = 0;              // reference mean luma
     int32_t level = 0;                 // enhancement level 0..3
     int32_t framesFused = 0;           // frames that took part in the result
+    int32_t frameOrder[6] = {};        // input indices of the fused frames, reference first
+    MV1 globalVectors[5] = {};         // global vector of frameOrder[k + 1] against the reference
+    int32_t swappedReference = 0;      // 1 when the second frame became the reference
+    int32_t droppedByScreening[6] = {};  // per input index: 1 when motion/noise screening dropped it
 };
 
 // Runs the pipeline. With deliverTo null this is exactly TRV_Enhancement.
