@@ -16,6 +16,7 @@ extern "C" {
 
 void fillImageS_YV16_line(const unsigned char* row, unsigned char* out, int W) {
     const int q = W >> 2;
+    if (q <= 0) return;  // no whole 4-pixel cell (a negative width included)
     const int body = q & ~7;
     const uint8_t* upper = row;
     const uint8_t* lower = row + W;
@@ -33,7 +34,7 @@ void fillImageS_YV16_line(const unsigned char* row, unsigned char* out, int W) {
 }
 
 void fillImageS_YV16(int i) {
-    if (gH < 4) return;
+    if (gH < 4 || gW < 4) return;
     const int W = gW;
     const int q = W >> 2;
     const int rows = gH >> 2;
@@ -45,7 +46,7 @@ void fillImageS_YV16(int i) {
 }
 
 void fillImageS_YUV422(int i) {
-    if (gH < 4) return;
+    if (gH < 4 || gW < 4) return;
     const int W = gW;
     const int q = W >> 2;
     const int rows = gH >> 2;
@@ -66,6 +67,7 @@ void fillImageS_YUV422(int i) {
 // output rows each, band 3 the rest.
 void* fillImageThread_YV16(void* arg) {
     const int value = *static_cast<int*>(arg);
+    if (gH < 4 || gW < 4) return nullptr;
     const int frame = value / 10;
     const int band = value % 4;
     const int W = gW;

@@ -81,9 +81,11 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
     uint8_t* O = nullptr;
     bool ownsOutput = false;
     // A frame without pixels cannot be analysed: treated like a missing
-    // reference.
+    // reference. A frame without area has nothing to fuse or convert.
     if (!framesPresent(in, picNum)) {
         logError("in memory empty\n");
+    } else if (W <= 0 || H <= 0) {
+        logError("empty frame size %dx%d\n", W, H);
     } else {
         int32_t kept[6] = {};
         int32_t ref = 0, second = 0;

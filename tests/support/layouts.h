@@ -1,0 +1,27 @@
+// Independent layout conversions for tests: a frame described by its planes
+// (luma W x H, two chroma planes W/2 x H) written into every input layout,
+// and the 4:2:0 semi-planar frame the pipeline is expected to produce from it.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+namespace trvtest {
+
+struct Planes422 {
+    int w = 0, h = 0;
+    std::vector<uint8_t> y;       // w x h
+    std::vector<uint8_t> first;   // (w / 2) x h, the chroma sample stored first
+    std::vector<uint8_t> second;  // (w / 2) x h
+};
+
+Planes422 randomPlanes(int w, int h, uint32_t seed);
+
+// The frame in input layout `code` (0, 1, 2 or 4), as a caller would pass it.
+std::vector<uint8_t> toLayout(const Planes422& p, int code);
+
+// 4:2:0 semi-planar: the luma plane, then for each even row one interleaved
+// pair (first, second) per 2 pixels.
+std::vector<uint8_t> toSemiPlanar420(const Planes422& p);
+
+}  // namespace trvtest
