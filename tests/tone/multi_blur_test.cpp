@@ -1,0 +1,230 @@
+// Multi-level blur against a plain float model of the recursive Gaussian
+// (same summation order as the vector kernel), hand-computed table entries
+// and the merge rule's worked examples.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "support/synthetic.h"
+#include "tone/blur_line.h"
+#include "trv/stages.h"
+
+namespace {
+
+struct LineCoefs {
+    float B, b1, b2, b3;
+};
+
+LineCoefs lineCoefs(const TRVGauss3Coefs& c) {
+    return {static_cast<float>(c.B), static_cast<float>(c.b1_b0), static_cast<float>(c.b2_b0),
+            static_cast<float>(c.b3_b0)};
+}
+
+// The recurrence with separate forward and backward buffers, each step summed
+// as (first two products) + (last two products).
+std::vector<float> modelLine(const std::vector<float>& x, const LineCoefs& k) {
+    const int n = static_cast<int>(x.size());
+    std::vector<float> w(n + 3), r(n + 3);
+    w[0] = w[1] = w[2] = x[0];
+    for (int i = 0; i < n; ++i) w[i + 3] = (k.b3 * w[i] + k.b2 * w[i + 1]) + (k.b1 * w[i + 2] + k.B * x[i]);
+    r[n] = r[n + 1] = r[n + 2] = w[n + 2];
+    for (int j = n - 1; j >= 0; --j) r[j] = (k.B * w[j] + k.b1 * r[j + 1]) + (k.b2 * r[j + 2] + k.b3 * r[j + 3]);
+    r.resize(n);
+    return r;
+}
+
+uint8_t modelByte(float r) {
+    int v = static_cast<int>(r + 0.5f);
+    return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
+}
+
+std::vector<float> kernelLine(const std::vector<float>& x, const TRVGauss3Coefs& c) {
+    std::vector<float> buf(x.size() + 3);
+    std::copy(x.begin(), x.end(), buf.begin() + 3);
+    trv::blurLine(buf.data(), static_cast<int>(x.size()), trv::forwardCoefs(c), trv::backwardCoefs(c));
+    buf.resize(x.size());
+    return buf;
+}
+
+// Whole blur, straight from the rules: per level rows then columns (bytes in
+// between), the last level's float column values merged with the other two.
+std::vector<uint8_t> modelMultiBlur(const std::vector<uint8_t>& in, int w, int h) {
+    const float sigmas[3] = {5.0f, 25.0f, 50.0f};
+    std::vector<std::vector<uint8_t>> level(3, std::vector<uint8_t>(in.size()));
+    std::vector<uint8_t> out(in.size());
+    for (int l = 0; l < 3; ++l) {
+        const LineCoefs k = lineCoefs(trv::gauss3Coefs(sigmas[l]));
+        for (int y = 0; y < h; ++y) {
+            std::vector<float> row(in.begin() + y * w, in.begin() + (y + 1) * w);
+            std::vector<float> r = modelLine(row, k);
+            for (int x = 0; x < w; ++x) level[l][y * w + x] = modelByte(r[x]);
+        }
+        for (int x = 0; x < w; ++x) {
+            std::vector<float> col(h);
+            for (int y = 0; y < h; ++y) col[y] = level[l][y * w + x];
+            std::vector<float> r = modelLine(col, k);
+            for (int y = 0; y < h; ++y) {
+                const int at = y * w + x;
+                level[l][at] = modelByte(r[y]);
+                if (l < 2) continue;
+                const int sum = static_cast<int>(r[y] + static_cast<float>(level[0][at] + level[1][at]) + 0.5f);
+                int o = std::max<int>(gTHTable[in[at]], sum / 3);
+                if (in[at] > o) o += static_cast<int>(std::floor(0.8 * (((in[at] - o) * in[at]) >> 8) + 0.5));
+                out[at] = static_cast<uint8_t>(o);
+            }
+        }
+    }
+    return out;
+}
+
+// Tests that fill the luma floor curve put the process-wide table back.
+class MultiBlurTest : public ::testing::Test {
+protected:
+    void SetUp() override { std::memcpy(savedTH_, gTHTable, sizeof savedTH_); }
+    void TearDown() override { std::memcpy(gTHTable, savedTH_, sizeof savedTH_); }
+    static void clearTH() { std::memset(gTHTable, 0, sizeof gTHTable); }
+    static std::vector<uint8_t> blur(std::vector<uint8_t> in, int w, int h) {
+        std::vector<uint8_t> out(in.size() + 1, 0xEE);
+        MultiBlur(in.data(), out.data(), w, h);
+        EXPECT_EQ(out.back(), 0xEE) << "wrote past the output";
+        out.pop_back();
+        return out;
+    }
+
+private:
+    uint8_t savedTH_[256];
+};
+
+TEST_F(MultiBlurTest, TablesHoldHandComputedEntries) {
+    createDivTable();
+    for (int i : {0, 1, 2}) EXPECT_EQ(gDivTable[i], 0);
+    EXPECT_EQ(gDivTable[3], 1);
+    EXPECT_EQ(gDivTable[301], 100);
+    EXPECT_EQ(gDivTable[767], 255);
+    EXPECT_EQ(gDivTable_0_8[22], 18);
+    EXPECT_EQ(gDivTable_0_8[78], 62);
+    EXPECT_EQ(gDivTable_0_8[3], 2);  // 2.4 rounds down
+    EXPECT_EQ(gDivTable_0_8[2], 2);  // 1.6 rounds up
+    EXPECT_EQ(gDivTable_0_8[255], 204);
+    createTHTable();
+    EXPECT_EQ(gTHTable[0], 0);
+    EXPECT_EQ(gTHTable[100], 77);
+    EXPECT_EQ(gTHTable[200], 171);
+    EXPECT_EQ(gTHTable[255], 229);
+    for (int v = 1; v < 256; ++v) EXPECT_GE(gTHTable[v], gTHTable[v - 1]) << v;
+}
+
+TEST_F(MultiBlurTest, CoefficientsPerScale) {
+    for (float s : {5.0f, 25.0f, 50.0f, 0.5f, 1.0f, 2.4f}) {
+        const TRVGauss3Coefs c = trv::gauss3Coefs(s);
+        EXPECT_EQ(c.order, 3);
+        EXPECT_EQ(c.sigma, s);
+        EXPECT_NEAR(c.B + c.b1_b0 + c.b2_b0 + c.b3_b0, 1.0, 1e-12) << "unit gain at s=" << s;
+    }
+    // s = 5: q = 0.98711 * 5 - 0.9633 = 3.97225, and b3 = 0.422205 q^3.
+    const TRVGauss3Coefs c5 = trv::gauss3Coefs(5.0f);
+    EXPECT_NEAR(std::cbrt(c5.b3_b0 * c5.b0 / 0.422205), 3.97225, 1e-5);
+    // Below 0.5, and NaN, the fixed set.
+    for (float s : {0.49f, 0.0f, -3.0f, NAN}) {
+        const TRVGauss3Coefs c = trv::gauss3Coefs(s);
+        EXPECT_EQ(c.B, 0.8402931817149808);
+        EXPECT_EQ(c.b1_b0, 0.17040202155449766);
+        EXPECT_EQ(c.b2_b0, -0.01103503914132615);
+        EXPECT_EQ(c.b3_b0, 0.00033983587184773943);
+        EXPECT_EQ(c.b0, 1.87821364402771);
+    }
+    // Lane order of the two coefficient vectors.
+    float f[4], b[4];
+    vst1q_f32(f, trv::forwardCoefs(c5));
+    vst1q_f32(b, trv::backwardCoefs(c5));
+    EXPECT_EQ(f[0], static_cast<float>(c5.b3_b0));
+    EXPECT_EQ(f[3], static_cast<float>(c5.B));
+    EXPECT_EQ(b[0], static_cast<float>(c5.B));
+    EXPECT_EQ(b[3], static_cast<float>(c5.b3_b0));
+}
+
+TEST_F(MultiBlurTest, LineFilterMatchesScalarModelExactly) {
+    trvtest::Rng rng(7);
+    for (float s : {5.0f, 25.0f, 50.0f, 1.3f, 0.2f}) {
+        const TRVGauss3Coefs c = trv::gauss3Coefs(s);
+        for (int n : {1, 2, 3, 4, 5, 7, 8, 9, 31, 64, 333}) {
+            std::vector<float> x(n);
+            for (float& v : x) v = rng.byte();
+            const std::vector<float> got = kernelLine(x, c), want = modelLine(x, lineCoefs(c));
+            for (int j = 0; j < n; ++j) ASSERT_EQ(got[j], want[j]) << "s=" << s << " n=" << n << " j=" << j;
+        }
+    }
+}
+
+TEST_F(MultiBlurTest, ImpulseResponseIsGaussianLaggingThreeSamples) {
+    const int n = 401, at = 200;
+    for (float s : {5.0f, 25.0f}) {
+        std::vector<float> x(n, 0.0f);
+        x[at] = 1.0f;
+        const std::vector<float> r = kernelLine(x, trv::gauss3Coefs(s));
+        double sum = 0, first = 0, second = 0;
+        for (int j = 0; j < n; ++j) {
+            sum += r[j];
+            first += r[j] * j;
+            second += r[j] * j * j;
+        }
+        const double mean = first / sum;
+        EXPECT_NEAR(sum, 1.0, 1e-2) << s;
+        EXPECT_NEAR(mean, at + 3, 0.05) << s;
+        EXPECT_NEAR(std::sqrt(second / sum - mean * mean), s, 0.15 * s) << s;
+    }
+}
+
+TEST_F(MultiBlurTest, WholeBlurMatchesModelOnOddAndTinySizes) {
+    const int sizes[][2] = {{37, 23}, {64, 48}, {5, 71}, {1, 1}, {1, 9}, {9, 1}, {3, 2}, {2, 3}, {4, 4}, {6, 5}};
+    for (bool floorCurve : {false, true}) {
+        if (floorCurve) createTHTable(); else clearTH();
+        for (const auto& size : sizes) {
+            const int w = size[0], h = size[1];
+            const std::vector<uint8_t> in = trvtest::randomBytes(static_cast<size_t>(w) * h, 31u * w + h);
+            ASSERT_EQ(blur(in, w, h), modelMultiBlur(in, w, h)) << w << "x" << h << " curve=" << floorCurve;
+        }
+    }
+    const std::vector<uint8_t> textured = trvtest::texturedPlane(123, 77, 5);
+    EXPECT_EQ(blur(textured, 123, 77), modelMultiBlur(textured, 123, 77));
+}
+
+TEST_F(MultiBlurTest, FlatImageStaysFlatAndScratchIsReleased) {
+    for (bool floorCurve : {false, true}) {
+        if (floorCurve) createTHTable(); else clearTH();
+        for (int v : {0, 1, 100, 254, 255}) {
+            const std::vector<uint8_t> out = blur(std::vector<uint8_t>(40 * 30, static_cast<uint8_t>(v)), 40, 30);
+            for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], v) << "v=" << v << " at " << i;
+        }
+    }
+    EXPECT_EQ(gBlurResult, nullptr);
+    for (uint8_t* level : gVerImg) EXPECT_EQ(level, nullptr);
+}
+
+TEST_F(MultiBlurTest, BrightPixelOverMeanOfHundred) {
+    // A lone 200 on a ground of 100: the three levels average to 100 there.
+    const int w = 64, h = 64, at = 32 * w + 32;
+    std::vector<uint8_t> in(w * h, 100);
+    in[at] = 200;
+    clearTH();
+    std::vector<uint8_t> out = blur(in, w, h);
+    EXPECT_EQ(out[at], 162);  // 100 + 0.8-table[(100 * 200) >> 8 = 78] = 100 + 62
+    for (uint8_t v : gTHTable) ASSERT_EQ(v, 0) << "the blur must not fill the floor curve";
+    createTHTable();
+    out = blur(in, w, h);
+    EXPECT_EQ(out[at], 189);  // floor 171, then 171 + 0.8-table[(29 * 200) >> 8 = 22] = 171 + 18
+    EXPECT_EQ(out[at + 5], 100);
+}
+
+TEST_F(MultiBlurTest, EmptyOrMissingImageIsIgnored) {
+    std::vector<uint8_t> in(16, 9), out(16, 0xEE);
+    MultiBlur(in.data(), out.data(), 0, 4);
+    MultiBlur(in.data(), out.data(), 4, -1);
+    MultiBlur(nullptr, out.data(), 4, 4);
+    MultiBlur(in.data(), nullptr, 4, 4);
+    for (uint8_t v : out) EXPECT_EQ(v, 0xEE);
+}
+
+}  // namespace
