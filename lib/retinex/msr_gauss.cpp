@@ -1,0 +1,104 @@
+// Retinex blur: the fixed-point recursive Gaussian along the rows, then the
+// columns, of each quarter-scale plane; per plane four row threads, a join,
+// four column threads.
+#include <algorithm>
+#include <vector>
+
+#include "common/threads.h"
+#include "retinex/msr_internal.h"
+#include "trv/stages.h"
+
+namespace {
+
+constexpr int kPlanes = 3;
+constexpr int kLineThreads = 4;
+
+// The quarter planes as the blur sees them. Their size comes from the
+// pipeline's frame size (gW / 4 x gH / 4); when that disagrees with the
+// image being processed, only the top-left part that exists in both sizes is
+// filtered, laid out as the planes really are (stride gMSRw / 4, one plane
+// every gMSRh / 4 rows), so nothing outside the planes is touched.
+struct PlaneView {
+    uint8_t* base;
+    int rows, cols, stride;
+};
+
+bool planeView(int p, PlaneView* view) {
+    if (gGaussOut == nullptr || p < 0 || p >= kPlanes) return false;
+    const int stride = gMSRw / 4, planeRows = gMSRh / 4;
+    view->rows = std::min(gH / 4, planeRows);
+    view->cols = std::min(gW / 4, stride);
+    view->stride = stride;
+    view->base = gGaussOut + static_cast<size_t>(p) * planeRows * stride;
+    return view->rows > 0 && view->cols > 0;
+}
+
+// Part j of count lines: [j s, min((j + 1) s, count)) with s = count / 4 + 1.
+void linePart(int j, int count, int* begin, int* end) {
+    const int span = count / kLineThreads + 1;
+    *begin = std::min(std::max(j, 0) * span, count);
+    *end = std::min((std::max(j, 0) + 1) * span, count);
+}
+
+// Thread argument 100 p + j: plane p, part j.
+void* filterPart(void* arg, bool columns) {
+    const int value = *static_cast<int*>(arg);
+    PlaneView v;
+    if (!planeView(value / 100, &v)) return nullptr;
+    const int lines = columns ? v.cols : v.rows;
+    const int n = columns ? v.rows : v.cols;
+    int begin, end;
+    linePart(value % 100, lines, &begin, &end);
+    std::vector<int32_t> fwd(static_cast<size_t>(n) + 3), back(static_cast<size_t>(n) + 3);
+    for (int k = begin; k < end; ++k) {
+        if (columns) {
+            trv::msrGaussLine(v.base + k, n, v.stride, fwd.data(), back.data());
+        } else {
+            trv::msrGaussLine(v.base + static_cast<size_t>(k) * v.stride, n, 1, fwd.data(), back.data());
+        }
+    }
+    return nullptr;
+}
+
+void runParts(trv::ThreadBody body, int p) {
+    int args[kLineThreads];
+    for (int j = 0; j < kLineThreads; ++j) args[j] = 100 * p + j;
+    trv::runWorkers(body, args, kLineThreads);
+}
+
+}  // namespace
+
+namespace trv {
+
+void msrGaussLine(uint8_t* line, int n, ptrdiff_t step, int32_t* w, int32_t* b) {
+    w[0] = w[1] = w[2] = line[0] * 256;
+    for (int i = 0; i < n; ++i) {
+        w[i + 3] = (1792 * line[i * step] + 570 * w[i + 2] - 433 * w[i + 1] + 112 * w[i]) >> 8;
+    }
+    b[n] = b[n + 1] = b[n + 2] = w[n + 2];
+    for (int j = n - 1; j >= 0; --j) {
+        const int32_t t = 7 * w[j] + 570 * b[j + 1] - 433 * b[j + 2] + 112 * b[j + 3];
+        b[j] = t >> 8;
+        line[j * step] = static_cast<uint8_t>(std::min(std::max(t >> 16, 0), 255));
+    }
+}
+
+}  // namespace trv
+
+extern "C" {
+
+void* GaussThread1(void* arg) { return filterPart(arg, false); }
+
+void* GaussThread2(void* arg) { return filterPart(arg, true); }
+
+void RunGaussThread(int p) {
+    runParts(GaussThread1, p);
+    runParts(GaussThread2, p);
+}
+
+void* singleMSR(void* plane) {
+    RunGaussThread(*static_cast<int*>(plane));
+    return nullptr;
+}
+
+}  // extern "C"

@@ -1,0 +1,224 @@
+// Multi-scale retinex against a plain model: point sampling, the fixed-point
+// recursive Gaussian (arithmetic shifts written as floor divisions) and the
+// power-law mapping, plus the worked values and odd geometries.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "retinex/msr_internal.h"
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+int64_t floorDiv(int64_t a, int64_t d) { return a >= 0 ? a / d : -((-a + d - 1) / d); }
+
+// One line, written as separate forward and backward arrays.
+std::vector<uint8_t> modelLine(const std::vector<uint8_t>& x) {
+    const int n = static_cast<int>(x.size());
+    std::vector<int64_t> w(n + 3), b(n + 3);
+    std::vector<uint8_t> out(n);
+    w[0] = w[1] = w[2] = 256 * x[0];
+    for (int i = 0; i < n; ++i) w[i + 3] = floorDiv(1792 * x[i] + 570 * w[i + 2] - 433 * w[i + 1] + 112 * w[i], 256);
+    b[n] = b[n + 1] = b[n + 2] = w[n + 2];
+    for (int j = n - 1; j >= 0; --j) {
+        const int64_t t = 7 * w[j] + 570 * b[j + 1] - 433 * b[j + 2] + 112 * b[j + 3];
+        b[j] = floorDiv(t, 256);
+        const int64_t s = floorDiv(t, 65536);
+        out[j] = static_cast<uint8_t>(s <= 0 ? 0 : (s > 255 ? 255 : s));
+    }
+    return out;
+}
+
+int modelDarken(int v, int g) {
+    if (g <= v) return v;
+    const int64_t low = static_cast<int64_t>(std::floor(16.0 * std::pow(v + 1.0, 1.3) + 0.5));
+    const int64_t high = static_cast<int64_t>(std::floor(65536.0 / std::pow(g + 1.0, 0.3) + 0.5));
+    return static_cast<int>((low * high) >> 20);
+}
+
+// Rows, then columns, of the top-left rows x cols of a plane of stride qw.
+void blurPlane(std::vector<uint8_t>& p, int qw, int rows, int cols) {
+    for (int y = 0; y < rows; ++y) {
+        const std::vector<uint8_t> row = modelLine({p.begin() + y * qw, p.begin() + y * qw + cols});
+        std::copy(row.begin(), row.end(), p.begin() + y * qw);
+    }
+    for (int x = 0; x < cols; ++x) {
+        std::vector<uint8_t> col;
+        for (int y = 0; y < rows; ++y) col.push_back(p[y * qw + x]);
+        col = modelLine(col);
+        for (int y = 0; y < rows; ++y) p[y * qw + x] = col[y];
+    }
+}
+
+// The whole operation; the blur covers blurRows x blurCols of each plane.
+std::vector<uint8_t> modelMSR(std::vector<uint8_t> img, int w, int h, int blurRows, int blurCols) {
+    const int qw = w / 4, qh = h / 4;
+    std::vector<std::vector<uint8_t>> plane(3, std::vector<uint8_t>(static_cast<size_t>(qw) * qh));
+    uint8_t* chroma = img.data() + static_cast<size_t>(w) * h;
+    for (int y = 0; y < qh; ++y) {
+        for (int x = 0; x < qw; ++x) {
+            plane[0][y * qw + x] = img[4 * y * w + 4 * x];
+            plane[1][y * qw + x] = chroma[2 * y * w + 4 * x];
+            plane[2][y * qw + x] = chroma[2 * y * w + 4 * x + 1];
+        }
+    }
+    if (blurRows > 0 && blurCols > 0) {
+        for (auto& p : plane) blurPlane(p, qw, blurRows, blurCols);
+    }
+    for (int y = 0; y < 4 * qh; ++y) {
+        for (int x = 0; x < 4 * qw; ++x) {
+            uint8_t& v = img[y * w + x];
+            v = static_cast<uint8_t>(modelDarken(v, plane[0][(y / 4) * qw + x / 4]));
+        }
+    }
+    for (int r = 0; r < 2 * qh; ++r) {
+        for (int x = 0; x < 4 * qw; ++x) {
+            uint8_t& c = chroma[r * w + x];
+            c = static_cast<uint8_t>(modelDarken(c, plane[1 + (x & 1)][(r / 2) * qw + x / 4]));
+        }
+    }
+    return img;
+}
+
+// Keeps the pipeline's frame size and the thread count as other tests left them.
+class MsrTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        savedW_ = gW;
+        savedH_ = gH;
+        savedThreads_ = gMSRThreadNUM;
+    }
+    void TearDown() override {
+        gW = savedW_;
+        gH = savedH_;
+        gMSRThreadNUM = savedThreads_;
+    }
+    // Runs MSR on a copy that ends at the edge of its allocation, checks the
+    // trailing guard byte and hands the result back.
+    static std::vector<uint8_t> run(std::vector<uint8_t> img, int w, int h) {
+        img.push_back(0xEE);
+        MSR(img.data(), w, h);
+        EXPECT_EQ(img.back(), 0xEE) << "wrote past the image";
+        img.pop_back();
+        EXPECT_EQ(gGaussOut, nullptr);
+        return img;
+    }
+    static size_t imageSize(int w, int h) { return static_cast<size_t>(w) * h + static_cast<size_t>(w) * (h / 2); }
+
+private:
+    int32_t savedW_ = 0, savedH_ = 0, savedThreads_ = 8;
+};
+
+TEST_F(MsrTest, TablesAndIdentityHook) {
+    create0_1_2Table();
+    EXPECT_EQ(ITable0_2[0], 65536);
+    EXPECT_EQ(ITable0_2[255], 12417);
+    EXPECT_EQ(ITable1_2[0], 16);
+    EXPECT_EQ(ITable1_2[255], 21619);
+    EXPECT_EQ(ITable1_2[20], 838);     // 16 * 21^1.3
+    EXPECT_EQ(ITable0_2[200], 13351);  // 65536 / 201^0.3
+    for (int j = 1; j < 256; ++j) {
+        ASSERT_LT(ITable0_2[j], ITable0_2[j - 1]);
+        ASSERT_GT(ITable1_2[j], ITable1_2[j - 1]);
+    }
+    EXPECT_EQ(gMSRThreadNUM, 8);
+    for (int v : {-5, 0, 77, 255}) EXPECT_EQ(colorBalance(v), v);
+}
+
+TEST_F(MsrTest, LineFilterMatchesModelInRowsAndColumns) {
+    trvtest::Rng rng(11);
+    for (int n : {1, 2, 3, 4, 5, 17, 64, 250}) {
+        for (int step : {1, 3}) {
+            std::vector<uint8_t> strided(static_cast<size_t>(n) * step, 0x5A), x(n);
+            for (int i = 0; i < n; ++i) {
+                // Hard edges as well as noise, to reach the clamps.
+                x[i] = (i / 5) % 2 ? rng.byte() : static_cast<uint8_t>(rng.uniform(0, 1) * 255);
+                strided[static_cast<size_t>(i) * step] = x[i];
+            }
+            std::vector<int32_t> fwd(n + 3), back(n + 3);
+            trv::msrGaussLine(strided.data(), n, step, fwd.data(), back.data());
+            const std::vector<uint8_t> want = modelLine(x);
+            for (int i = 0; i < n * step; ++i) {
+                ASSERT_EQ(strided[i], i % step ? 0x5A : want[i / step]) << "n=" << n << " step=" << step << " i=" << i;
+            }
+        }
+    }
+    // Flat stays flat; a step comes out three samples late.
+    std::vector<uint8_t> flat(30, 123), step(40, 0);
+    EXPECT_EQ(modelLine(flat), flat);
+    for (int i = 20; i < 40; ++i) step[i] = 200;
+    const std::vector<uint8_t> blurred = modelLine(step);
+    EXPECT_EQ(blurred[0], 0);
+    EXPECT_LT(blurred[22], 100);
+    EXPECT_GT(blurred[24], 100);
+}
+
+TEST_F(MsrTest, FlatImageUnchangedAndDarkSampleOnBrightGround) {
+    const int w = 64, h = 48;
+    gW = w;
+    gH = h;
+    for (int v : {0, 90, 255}) {
+        const std::vector<uint8_t> flat(imageSize(w, h), static_cast<uint8_t>(v));
+        EXPECT_EQ(run(flat, w, h), flat) << v;
+    }
+    // Off the sampling grid, so every blurred level stays 200.
+    std::vector<uint8_t> img(imageSize(w, h), 200);
+    img[5 * w + 6] = 20;
+    img[static_cast<size_t>(w) * h + 3 * w + 9] = 20;  // chroma, odd byte
+    std::vector<uint8_t> want = img;
+    want[5 * w + 6] = 10;  // (838 * 13351) >> 20
+    want[static_cast<size_t>(w) * h + 3 * w + 9] = 10;
+    EXPECT_EQ(run(img, w, h), want);
+}
+
+TEST_F(MsrTest, WholeImageMatchesModelForAnyThreadCount) {
+    struct Size {
+        int w, h;
+    };
+    // Multiples of 16, then sizes whose last rows / columns form no whole cell.
+    for (Size s : {Size{64, 48}, Size{96, 80}, Size{52, 36}, Size{48, 38}, Size{30, 17}, Size{4, 4}}) {
+        gW = s.w;
+        gH = s.h;
+        const std::vector<uint8_t> img = trvtest::texturedPlane(s.w, static_cast<int>(imageSize(s.w, s.h) / s.w),
+                                                                s.w * 7u + s.h);
+        const std::vector<uint8_t> want = modelMSR(img, s.w, s.h, s.h / 4, s.w / 4);
+        for (int threads : {8, 1, 3, 16, 40, 0}) {
+            gMSRThreadNUM = threads;
+            ASSERT_EQ(run(img, s.w, s.h), want) << s.w << "x" << s.h << " threads=" << threads;
+        }
+        // Rows past the last whole group of four keep their values.
+        const std::vector<uint8_t> got = run(img, s.w, s.h);
+        const size_t keptFrom = static_cast<size_t>(s.h & ~3) * s.w;
+        EXPECT_TRUE(std::equal(got.begin() + keptFrom, got.begin() + static_cast<size_t>(s.w) * s.h,
+                               img.begin() + keptFrom));
+    }
+}
+
+TEST_F(MsrTest, PipelineSizeMismatchFiltersTheCommonPart) {
+    const int w = 64, h = 48;
+    const std::vector<uint8_t> img = trvtest::randomBytes(imageSize(w, h), 99);
+    struct Case {
+        int gw, gh;
+    };
+    for (Case c : {Case{w, h}, Case{4000, 3000}, Case{32, 48}, Case{64, 16}, Case{20, 8}, Case{0, 0}, Case{-8, 40}}) {
+        gW = c.gw;
+        gH = c.gh;
+        const int rows = std::max(0, std::min(c.gh / 4, h / 4)), cols = std::max(0, std::min(c.gw / 4, w / 4));
+        EXPECT_EQ(run(img, w, h), modelMSR(img, w, h, rows, cols)) << "gW=" << c.gw << " gH=" << c.gh;
+    }
+}
+
+TEST_F(MsrTest, TinyOrMissingImageIsLeftAlone) {
+    gW = gH = 0;
+    for (int w : {0, 3, 4, 100}) {
+        for (int h : {-4, 0, 2, 3}) {
+            const std::vector<uint8_t> img = trvtest::randomBytes(imageSize(std::max(w, 0), std::max(h, 0)) + 4, 3);
+            EXPECT_EQ(run(img, w, h), img) << w << "x" << h;
+        }
+    }
+    MSR(nullptr, 64, 64);
+    EXPECT_EQ(gGaussOut, nullptr);
+}
+
+}  // namespace
