@@ -3,6 +3,8 @@
 // power-law mapping, plus the worked values and odd geometries.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "retinex/msr_internal.h"

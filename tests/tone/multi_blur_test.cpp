@@ -3,6 +3,7 @@
 // and the merge rule's worked examples.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
