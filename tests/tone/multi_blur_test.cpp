@@ -143,14 +143,6 @@ TEST_F(MultiBlurTest, CoefficientsPerScale) {
         EXPECT_EQ(c.b3_b0, 0.00033983587184773943);
         EXPECT_EQ(c.b0, 1.87821364402771);
     }
-    // Lane order of the two coefficient vectors.
-    float f[4], b[4];
-    vst1q_f32(f, trv::forwardCoefs(c5));
-    vst1q_f32(b, trv::backwardCoefs(c5));
-    EXPECT_EQ(f[0], static_cast<float>(c5.b3_b0));
-    EXPECT_EQ(f[3], static_cast<float>(c5.B));
-    EXPECT_EQ(b[0], static_cast<float>(c5.B));
-    EXPECT_EQ(b[3], static_cast<float>(c5.b3_b0));
 }
 
 TEST_F(MultiBlurTest, LineFilterMatchesScalarModelExactly) {
