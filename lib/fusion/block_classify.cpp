@@ -7,6 +7,7 @@
 #include <cstddef>
 
 #include "common/arith.h"
+#include "fusion/blend_rules.h"
 #include "trv/stages.h"
 
 namespace trv {
@@ -37,24 +38,10 @@ struct Frame {
     }
 };
 
-// Which neighbours two pixels (two rows) away a reference sample may use.
-struct Around {
-    bool left, right, up, down, chromaRight, chromaDown;
-};
-
-Around allAround() { return {true, true, true, true, true, true}; }
-
-Around insideImage(int x, int y, int W, int H) {
-    Around a{x > 1, x < W - 2, y > 1, y < H - 2, false, false};
-    // On odd sizes the pair two columns right (or the chroma row two rows
-    // down) may be missing although the luma exists.
-    a.chromaRight = a.right && ((x + 2) & ~1) + 1 < W;
-    a.chromaDown = a.down && (y + 2) / 2 < H / 2;
-    return a;
-}
+Neighbours allAround() { return {true, true, true, true, true, true}; }
 
 template <ClassifySamples L>
-int32_t localThreshold(const Frame& ref, int x, int y, const Around& a) {
+int32_t localThreshold(const Frame& ref, int x, int y, const Neighbours& a) {
     if (gMeanY < kDarkMeanY) return kDarkThreshold;
     const int centre = ref.luma<L>(x, y);
     int activity = 0;
@@ -84,8 +71,8 @@ int32_t disagreement(const Frame& ref, int x, int y, const Frame& frame, int xk,
 struct BlockJob {
     int32_t bx, by, size, tile, others;
     Frame ref;
-    Frame frames[kMaxOtherFrames];
-    const MV1* mv[kMaxOtherFrames];
+    Frame frames[kMaxAlignedFrames];
+    const MV1* mv[kMaxAlignedFrames];
     int32_t* counts;
 };
 
@@ -96,7 +83,7 @@ void countInteriorBlock(const BlockJob& job, int W, int H) {
     const int samples = (job.size + 8) / 2;
     for (int j = 0; j < samples; ++j) {
         const int y = job.by - 3 + 2 * j;
-        int xs[kMaxOtherFrames], ys[kMaxOtherFrames];
+        int xs[kMaxAlignedFrames], ys[kMaxAlignedFrames];
         for (int k = 0; k < job.others; ++k) {
             const int mvx = job.mv[k]->x, mvy = job.mv[k]->y;
             xs[k] = absInt(job.bx + job.size + 3 + mvx) < W - 1 ? job.bx - 3 + mvx : W - job.size - 8;
@@ -123,7 +110,7 @@ void countBorderBlock(const BlockJob& job, int W, int H) {
         const int y = reflectInto(job.by - 3 + 2 * j, H);
         for (int i = 0; i < samples; ++i) {
             const int x = reflectInto(job.bx - 3 + 2 * i, W);
-            const int32_t threshold = localThreshold<L>(job.ref, x, y, insideImage(x, y, W, H));
+            const int32_t threshold = localThreshold<L>(job.ref, x, y, neighboursInside(x, y, W, H, true, true));
             for (int k = 0; k < job.others; ++k) {
                 const int xk = reflectInto(x + job.mv[k]->x, W), yk = reflectInto(y + job.mv[k]->y, H);
                 if (disagreement<L>(job.ref, x, y, job.frames[k], xk, yk) > threshold)
@@ -144,7 +131,7 @@ void classifyWith(const TileGeometry& g, int32_t tile, int32_t* map) {
     BlockJob job{};
     job.size = g.block;
     job.tile = tile;
-    job.others = clampInt(gNum, 0, kMaxOtherFrames);
+    job.others = alignedFrameCount();
     job.ref = Frame{gMergeInput[0], W};
     for (int k = 0; k < job.others; ++k) {
         job.frames[k] = Frame{gMergeInput[k + 1], W};
@@ -153,7 +140,7 @@ void classifyWith(const TileGeometry& g, int32_t tile, int32_t* map) {
     const MotionThresholds th = motionThresholds(gMeanY, gMergeEnhanceID);
     for (int r = 0; r < g.rows; ++r) {
         for (int c = 0; c < g.cols; ++c) {
-            int32_t counts[kMaxOtherFrames] = {};
+            int32_t counts[kMaxAlignedFrames] = {};
             job.bx = g.x0 - g.block + c * g.block;
             job.by = g.y0 - g.block + r * g.block;
             job.counts = counts;
@@ -175,10 +162,12 @@ MotionThresholds motionThresholds(int32_t meanY, int32_t enhanceID) {
 }
 
 bool isMovingBlock(const int32_t* counts, int32_t others, int32_t blockSize, MotionThresholds th) {
-    // Without another frame nothing can disagree.
+    // Without another frame nothing can disagree; counts beyond the fifth
+    // frame are not kept.
     if (others < 1) return false;
+    if (others > kMaxAlignedFrames) others = kMaxAlignedFrames;
     const float samples = static_cast<float>((blockSize + 8) * (blockSize + 8));
-    float ratio[kMaxOtherFrames];
+    float ratio[kMaxAlignedFrames];
     float mean = 0.0f;
     for (int k = 0; k < others; ++k) {
         ratio[k] = static_cast<float>(counts[k]) / samples;

@@ -14,10 +14,6 @@ enum class ClassifySamples {
     PackedLuma,     // luma on the even bytes of 2 W byte rows
 };
 
-// Per-frame disagreement counters and mvx parities hold at most this many
-// frames.
-constexpr int kMaxOtherFrames = 5;
-
 // Thresholds of the moving decision for the current burst.
 struct MotionThresholds {
     float mean;

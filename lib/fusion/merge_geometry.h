@@ -18,6 +18,22 @@ inline int32_t reflectInto(int32_t v, int32_t n) {
     return r;
 }
 
+// Which samples two pixels (two rows) away from (x, y) the frame holds.
+// On odd sizes the chroma pair two columns right, or the half-height chroma
+// row two rows down, may be missing although the luma is there.
+struct Neighbours {
+    bool left, right, up, down;
+    bool chromaRight, chromaDown;
+};
+
+inline Neighbours neighboursInside(int32_t x, int32_t y, int32_t W, int32_t H, bool pairedChroma,
+                                   bool halfHeightChroma) {
+    Neighbours n{x > 1, x < W - 2, y > 1, y < H - 2, false, false};
+    n.chromaRight = n.right && (!pairedChroma || ((x + 2) & ~1) + 1 < W);
+    n.chromaDown = n.down && (!halfHeightChroma || (y + 2) / 2 < H / 2);
+    return n;
+}
+
 // Block grid of one of the 8 x 8 tiles of a W x H frame.
 struct TileGeometry {
     int32_t tileW, tileH;  // even tile pitch

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "common/arith.h"
+#include "fusion/blend_rules.h"
 #include "fusion/merge_geometry.h"
 #include "trv/stages.h"
 
@@ -89,29 +90,9 @@ int lumaAt(const uint8_t* frame, int x, int y) {
     return frame[In::kLumaBytes * (static_cast<size_t>(x) + static_cast<size_t>(gW) * y)];
 }
 
-// Which neighbours two pixels (two rows) away the reference quad has.
-struct Neighbours {
-    bool left, right, up, down;
-    bool chromaRight, chromaDown;
-};
-
-template <class In>
-Neighbours neighboursOf(int x, int y, int W, int H) {
-    Neighbours n{};
-    n.left = x > 1;
-    n.right = x < W - 2;
-    n.up = y >= 2;
-    n.down = y < H - 2;
-    // On odd sizes the pair two columns right (or the chroma row below) may
-    // not exist although its luma does; it then counts as missing.
-    n.chromaRight = n.right && (!In::kPairedChroma || x + 3 < W);
-    n.chromaDown = n.down && (!In::kHalfHeightChroma || y + 3 < H);
-    return n;
-}
-
 // The clip limit follows the local edge strength: 6 on flat areas, up to 16.
 template <class In>
-int lumaClipLimit(const uint8_t* ref, int x, int y, const Neighbours& n, int centre) {
+int lumaClipLimit(const uint8_t* ref, int x, int y, const trv::Neighbours& n, int centre) {
     int edges = 0;
     if (n.left) edges += absInt(centre - lumaAt<In>(ref, x - 2, y));
     if (n.right) edges += absInt(centre - lumaAt<In>(ref, x + 2, y));
@@ -121,7 +102,7 @@ int lumaClipLimit(const uint8_t* ref, int x, int y, const Neighbours& n, int cen
 }
 
 template <class In>
-int lumaLowPass(const uint8_t* ref, int x, int y, const Neighbours& n, int centre, int W, int H) {
+int lumaLowPass(const uint8_t* ref, int x, int y, const trv::Neighbours& n, int centre, int W, int H) {
     int sum = (n.left ? lumaAt<In>(ref, x - 2, y) : centre) + (n.right ? lumaAt<In>(ref, x + 2, y) : centre) +
               (n.up ? lumaAt<In>(ref, x, y - 2) : centre) + (n.down ? lumaAt<In>(ref, x, y + 2) : centre);
     // The diagonals drop out on the second even row and column as well.
@@ -136,7 +117,7 @@ int lumaLowPass(const uint8_t* ref, int x, int y, const Neighbours& n, int centr
 
 // which = 0 for the first chroma sample, 1 for the second.
 template <class In>
-int chromaLowPass(const uint8_t* ref, int x, int y, const Neighbours& n, size_t which) {
+int chromaLowPass(const uint8_t* ref, int x, int y, const trv::Neighbours& n, size_t which) {
     const size_t off = which * In::second();
     const int centre = ref[In::chroma(x, y) + off];
     const int sum = (n.left ? ref[In::chroma(x - 2, y) + off] : centre) +
@@ -161,13 +142,13 @@ uint8_t clipToByte(float v) {
 template <class In, class Out>
 void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     const int W = gW, H = gH;
-    const int N = clampInt(gNum, 0, 5);  // the per-frame state has room for 5 frames
+    const int N = trv::alignedFrameCount();
     // The merging passes quads already inside the image; anything else (or a
     // frame too small for one quad) is left alone.
     if (W < 2 || H < 2 || x < 0 || y < 0 || x > W - 2 || y > H - 2) return;
 
     const uint8_t* ref = gMergeInput[0];
-    const Neighbours n = neighboursOf<In>(x, y, W, H);
+    const trv::Neighbours n = trv::neighboursInside(x, y, W, H, In::kPairedChroma, In::kHalfHeightChroma);
     const int refY[4] = {lumaAt<In>(ref, x, y), lumaAt<In>(ref, x + 1, y), lumaAt<In>(ref, x, y + 1),
                          lumaAt<In>(ref, x + 1, y + 1)};
     const int refC[2] = {ref[In::chroma(x, y)], ref[In::chroma(x, y) + In::second()]};

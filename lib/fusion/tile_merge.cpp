@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "common/arith.h"
+#include "fusion/blend_rules.h"
 #include "fusion/block_classify.h"
 #include "fusion/merge_geometry.h"
 #include "trv/stages.h"
@@ -92,8 +93,8 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
     simpleFusion(tile);
 
     if (gIsNormalLuminance) {
-        const int others = trv::clampInt(gNum, 0, trv::kMaxOtherFrames);
-        int parity[trv::kMaxOtherFrames];
+        const int others = trv::alignedFrameCount();
+        int parity[trv::kMaxAlignedFrames];
         for (int k = 0; k < others; ++k) parity[k] = (gMergeMV[k][tile]->x & 1) ? -1 : 1;
         const bool several = others >= 2;
         const StrictPass pass{g, tile, strict, several ? 1.0f : 2.0f, several ? 3.0f : 6.0f, parity};
