@@ -1,0 +1,34 @@
+// Classification of a tile's blocks (with the ring of blocks around the
+// tile) as static or moving against the aligned frames.
+#pragma once
+
+#include <cstdint>
+
+#include "fusion/merge_geometry.h"
+
+namespace trv {
+
+enum class ClassifySamples {
+    LumaAndColour,  // semi-planar 4:2:0: luma plus both chroma bytes
+    PlanarLuma,     // luma plane first, one byte a pixel
+    PackedLuma,     // luma on the even bytes of 2 W byte rows
+};
+
+// Per-frame disagreement counters and mvx parities hold at most this many
+// frames.
+constexpr int kMaxOtherFrames = 5;
+
+// Thresholds of the moving decision for the current burst.
+struct MotionThresholds {
+    float mean;
+    float variance;
+};
+MotionThresholds motionThresholds(int32_t meanY, int32_t enhanceID);
+
+// Moving decision from per-frame disagreement counts of one block.
+bool isMovingBlock(const int32_t* counts, int32_t others, int32_t blockSize, MotionThresholds th);
+
+// Fills map (g.rows x g.cols, 1 = moving) for tile `tile`.
+void classifyBlocks(const TileGeometry& g, int32_t tile, ClassifySamples samples, int32_t* map);
+
+}  // namespace trv

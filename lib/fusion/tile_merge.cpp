@@ -1,0 +1,122 @@
+// Merging of one tile: classify its blocks, clean the block map, fuse the
+// whole tile by the simple rule, then (in scenes of normal luminance) merge
+// the moving blocks again by the strict rule, feathered into their static
+// neighbours.
+#include <cstdlib>
+
+#include "common/arith.h"
+#include "fusion/block_classify.h"
+#include "fusion/merge_geometry.h"
+#include "trv/stages.h"
+
+namespace {
+
+using trv::TileGeometry;
+
+using StrictMerge = void (*)(int, int, float, float, int, int*, int, int, int, float);
+
+// How far the strict merge of a tile may write into its neighbours.
+constexpr int kApron = 4;
+// Feather step: the share of the simple-fusion result kept drops by 2/16 per
+// quad from 7/16 at a margin's outer edge.
+constexpr float kFeatherStep = 0.0625f;
+
+float ramp(int distanceFromOuterEdge) {
+    return distanceFromOuterEdge < 8 ? static_cast<float>(7 - distanceFromOuterEdge) * kFeatherStep : 0.0f;
+}
+
+struct StrictPass {
+    const TileGeometry& g;
+    int tile;
+    StrictMerge merge;
+    float tune1, tune2;
+    int* parity;
+
+    // Share of the simple-fusion output kept for the quad at (x, y) around
+    // the block at (bx, by): the ramp of the margin it lies in, the larger
+    // of the two in a corner, 0 in the block itself.
+    float weight(int x, int y, int bx, int by) const {
+        const int S = g.block, M = g.margin;
+        const float column = x < bx ? ramp(x - (bx - M)) : (x >= bx + S ? ramp(bx + S + M - 2 - x) : 0.0f);
+        const float row = y < by ? ramp(y - (by - M)) : (y >= by + S ? ramp(by + S + M - 2 - y) : 0.0f);
+        return column > row ? column : row;
+    }
+
+    void quads(int xFrom, int xTo, int yFrom, int yTo, int bx, int by) const {
+        for (int y = yFrom; y < yTo; y += 2) {
+            if (y < g.y0 - kApron || y > g.y1 + kApron - 1) continue;
+            for (int x = xFrom; x < xTo; x += 2) {
+                if (x < g.x0 - kApron || x > g.x1 + kApron - 1) continue;
+                merge(trv::reflectInto(x, gW), trv::reflectInto(y, gH), tune1, tune2, tile, parity, g.x0, g.y0,
+                      g.x1 - g.x0 + 8, weight(x, y, bx, by));
+            }
+        }
+    }
+
+    // A moving block and the margins that border static blocks: corners and
+    // top, then left, then the block with its right margin, then the bottom.
+    void block(const int* map, int r, int c) const {
+        const int S = g.block, M = g.margin, cols = g.cols;
+        const int bx = g.x0 - S + c * S, by = g.y0 - S + r * S;
+        const bool aboveStill = map[(r - 1) * cols + c] < 1;
+        const bool leftStill = map[r * cols + c - 1] < 1;
+        if (aboveStill && leftStill && map[(r - 1) * cols + c - 1] < 1) quads(bx - M, bx, by - M, by, bx, by);
+        if (aboveStill) quads(bx, bx + S, by - M, by, bx, by);
+        if (aboveStill && map[(r - 1) * cols + c + 1] < 1) quads(bx + S, bx + S + M, by - M, by, bx, by);
+        if (leftStill) quads(bx - M, bx, by, by + S, bx, by);
+        quads(bx, bx + S + M, by, by + S, bx, by);
+        quads(bx - M, bx + S + M, by + S, by + S + M, bx, by);
+    }
+};
+
+void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
+    // Tiles are numbered 0 .. 63; a frame without one 2 x 2 quad has
+    // nothing to classify.
+    if (tile < 0 || tile > 63) return;
+    if (gW < 2 || gH < 2) {
+        simpleFusion(tile);
+        return;
+    }
+    const TileGeometry g = trv::tileGeometry(tile, gW, gH);
+    const int cells = g.rows * g.cols;
+    int* map = static_cast<int*>(std::calloc(cells, sizeof(int)));
+    int* second = static_cast<int*>(std::calloc(cells, sizeof(int)));
+    int* labels = static_cast<int*>(std::calloc((g.cols + 2) * (g.rows + 2), sizeof(int)));
+
+    trv::classifyBlocks(g, tile, samples, map);
+    if (g.cols == 14)
+        findMovingBlock(map, second, labels, g.cols, g.rows);
+    else
+        findMovingBlock1(map, second, labels, g.cols, g.rows);
+
+    simpleFusion(tile);
+
+    if (gIsNormalLuminance) {
+        const int others = trv::clampInt(gNum, 0, trv::kMaxOtherFrames);
+        int parity[trv::kMaxOtherFrames];
+        for (int k = 0; k < others; ++k) parity[k] = (gMergeMV[k][tile]->x & 1) ? -1 : 1;
+        const bool several = others >= 2;
+        const StrictPass pass{g, tile, strict, several ? 1.0f : 2.0f, several ? 3.0f : 6.0f, parity};
+        for (int r = 1; r <= g.rows - 2; ++r)
+            for (int c = 1; c <= g.cols - 2; ++c)
+                if (map[r * g.cols + c] >= 1) pass.block(map, r, c);
+    }
+
+    std::free(labels);
+    std::free(second);
+    std::free(map);
+}
+
+}  // namespace
+
+extern "C" {
+
+void Merging_NV21(int tile) { mergeTile(tile, trv::ClassifySamples::LumaAndColour, strictMerge_NV21); }
+
+void Merging_NV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, strictMerge_NV16_1); }
+
+void Merging_YV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, strictMerge_YV16); }
+
+void Merging_YUV422(int tile) { mergeTile(tile, trv::ClassifySamples::PackedLuma, strictMerge_YUV422); }
+
+}  // extern "C"

@@ -1,0 +1,329 @@
+// Strict merge of one quad, every layout, against a model that reads the
+// frames as planes (luma W x H, two chroma planes W/2 x H) rather than by
+// byte address, plus hand-computed quads.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+#include "support/layouts.h"
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+using StrictMergeFn = void (*)(int, int, float, float, int, int*, int, int, int, float);
+
+struct Member {
+    const char* name;
+    int code;  // input layout
+    StrictMergeFn fn;
+    bool packedOut;
+};
+
+const Member kMembers[] = {
+    {"NV21", 4, strictMerge_NV21, false},  {"NV16_1", 1, strictMerge_NV16_1, false},
+    {"NV16", 1, strictMerge_NV16, true},   {"YV16", 0, strictMerge_YV16, false},
+    {"YUV422", 2, strictMerge_YUV422, false},
+};
+
+constexpr int kTile = 9;
+
+int reflect(int v, int n) {
+    v = std::abs(v);
+    return v >= n - 1 ? 2 * n - 4 - v : v;
+}
+
+// One burst: planes of every frame (0 = reference), their layout bytes and
+// one vector per other frame.
+struct Scene {
+    int W, H;
+    std::vector<trvtest::Planes422> planes;
+    std::vector<MV1> mvs;
+    std::vector<std::vector<uint8_t>> frames;
+    std::vector<uint8_t> out;
+    int parity[5] = {1, 1, 1, 1, 1};
+
+    Scene(int w, int h, int others) : W(w), H(h), planes(others + 1), mvs(others) {
+        for (auto& p : planes) {
+            p.w = w;
+            p.h = h;
+            p.y.assign(w * h, 100);
+            p.first.assign(w / 2 * h, 128);
+            p.second.assign(w / 2 * h, 128);
+        }
+    }
+    int others() const { return static_cast<int>(mvs.size()); }
+
+    uint8_t& luma(int f, int x, int y) { return planes[f].y[y * W + x]; }
+    // The chroma sample a pixel carries in the 4:2:2 planes.
+    uint8_t& chroma(int f, int which, int x, int y) {
+        auto& plane = which ? planes[f].second : planes[f].first;
+        return plane[y * (W / 2) + x / 2];
+    }
+
+    void publish(const Member& m, uint32_t outSeed = 7) {
+        frames.clear();
+        for (auto& p : planes) frames.push_back(trvtest::toLayout(p, m.code));
+        gW = W;
+        gH = H;
+        gNum = others();
+        Y_SIZE = W * H;
+        Y_SIZE_HALF = (W * H) >> 1;
+        for (int v = -120; v <= 120; ++v) divNUM_1[v + 120] = v / (gNum + 1);
+        for (int f = 0; f <= others(); ++f) gMergeInput[f] = frames[f].data();
+        for (int k = 0; k < others(); ++k) {
+            gMergeMV[k][kTile] = &mvs[k];
+            parity[k] = (mvs[k].x & 1) ? -1 : 1;
+        }
+        out = trvtest::randomBytes(static_cast<size_t>(W) * H * 2, outSeed);
+        gMergrOut = out.data();
+    }
+};
+
+// Output positions of the quad's luma sample i and chroma sample c.
+size_t outLuma(const Scene& s, bool packed, int x, int y) { return (packed ? 2 : 1) * (x + s.W * y); }
+size_t outChroma(const Scene& s, bool packed, int x, int y, int c) {
+    if (packed) return 2 * (x + s.W * y) + 1 + 2 * c;
+    return s.W * s.H + s.W * (y / 2) + x + c;
+}
+
+int clip(double v) { return v >= 255.0 ? 255 : (v <= 0.0 ? 0 : static_cast<int>(v)); }
+int clipF(float v) { return v >= 255.0f ? 255 : (v <= 0.0f ? 0 : static_cast<int>(v)); }
+
+// The rule, pixel by pixel, on the planes.
+void modelQuad(Scene& s, const Member& m, int x, int y, float w, std::vector<uint8_t>& out) {
+    const int W = s.W, H = s.H, N = s.others();
+    const bool halfChroma = m.code == 4;
+    auto Y = [&](int f, int px, int py) { return static_cast<int>(s.luma(f, px, py)); };
+    auto C = [&](int f, int which, int px, int py) {
+        return static_cast<int>(s.chroma(f, which, px, halfChroma ? (py & ~1) : py));
+    };
+    const bool hasL = x > 1, hasR = x < W - 2, hasU = y >= 2, hasD = y < H - 2;
+    const int y00 = Y(0, x, y);
+    int G = 0;
+    if (hasL) G += std::abs(y00 - Y(0, x - 2, y));
+    if (hasR) G += std::abs(y00 - Y(0, x + 2, y));
+    if (hasU) G += std::abs(y00 - Y(0, x, y - 2));
+    if (hasD) G += std::abs(y00 - Y(0, x, y + 2));
+    const int L = std::min(16, std::max(6, (51 * G) >> 7));
+
+    int ring = (hasL ? Y(0, x - 2, y) : y00) + (hasR ? Y(0, x + 2, y) : y00) + (hasU ? Y(0, x, y - 2) : y00) +
+               (hasD ? Y(0, x, y + 2) : y00);
+    const bool diagonals = !(x <= 2 || y <= 2 || x >= W - 2 || y >= H - 2);
+    ring += diagonals ? Y(0, x - 2, y - 2) + Y(0, x + 2, y - 2) + Y(0, x - 2, y + 2) + Y(0, x + 2, y + 2) : 4 * y00;
+    const int P = std::min(3, std::max(-3, (8 * y00 - ring) >> 3));
+
+    const int dx[4] = {0, 1, 0, 1}, dy[4] = {0, 0, 1, 1};
+    int sy[4] = {}, sc[2] = {};
+    for (int k = 0; k < N; ++k) {
+        const int xk = reflect(x + s.mvs[k].x, W), yk = reflect(y + s.mvs[k].y, H);
+        for (int i = 0; i < 4; ++i) {
+            int d = Y(0, x + dx[i], y + dy[i]) - Y(k + 1, xk + dx[i], yk + dy[i]);
+            if (std::abs(d) > 32) d = 0;
+            sy[i] += std::min(L, std::max(-L, d));
+        }
+        for (int c = 0; c < 2; ++c) {
+            const int d = C(0, c, x, y) - C(k + 1, c, xk, yk);
+            if (std::abs(d) < 8) sc[c] += d;
+        }
+    }
+    for (int i = 0; i < 4; ++i) {
+        const int a = sy[i] / (N + 1);
+        const int ref = Y(0, x + dx[i], y + dy[i]);
+        uint8_t& o = out[outLuma(s, m.packedOut, x + dx[i], y + dy[i])];
+        o = static_cast<uint8_t>(w > 0.001f ? clip(o * static_cast<double>(w) + (ref - a) * (1.0 - w) + 0.5)
+                                            : clip(ref - a - P + 0.5));
+    }
+    for (int c = 0; c < 2; ++c) {
+        const int centre = C(0, c, x, y);
+        const int nsum = (hasL ? C(0, c, x - 2, y) : centre) + (hasR ? C(0, c, x + 2, y) : centre) +
+                         (hasU ? C(0, c, x, y - 2) : centre) + (hasD ? C(0, c, x, y + 2) : centre);
+        const int Pc = std::min(3, std::max(-3, (4 * centre - nsum) >> 2));
+        const int a = sc[c] / (N + 1);
+        uint8_t& o = out[outChroma(s, m.packedOut, x, y, c)];
+        o = static_cast<uint8_t>(w > 0.001f ? clipF(o * w + static_cast<float>(centre - a) * (1.0f - w) + gColor_offset)
+                                            : clipF(static_cast<float>(centre - a - Pc) + gColor_offset));
+    }
+}
+
+void runQuad(Scene& s, const Member& m, int x, int y, float w) {
+    m.fn(x, y, 1.0f, 3.0f, kTile, s.parity, 0, 0, 0, w);
+}
+
+// Random texture with frames that are the reference shifted by their vector
+// plus noise wide enough to cross every clip.
+Scene randomScene(int W, int H, int others, uint32_t seed) {
+    trvtest::Rng rng(seed);
+    Scene s(W, H, others);
+    s.planes[0].y = trvtest::texturedPlane(W, H, seed);
+    s.planes[0].first = trvtest::texturedPlane(W / 2, H, seed + 1);
+    s.planes[0].second = trvtest::texturedPlane(W / 2, H, seed + 2);
+    for (int k = 0; k < others; ++k) {
+        s.mvs[k] = MV1{rng.uniform(-5, 5), rng.uniform(-5, 5), {0, 0, 0, 0}, 0.0};
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x) {
+                const int sx = std::min(W - 1, std::max(0, x - s.mvs[k].x));
+                const int sy = std::min(H - 1, std::max(0, y - s.mvs[k].y));
+                s.luma(k + 1, x, y) = static_cast<uint8_t>(std::min(255, std::max(0, s.luma(0, sx, sy) + rng.uniform(-40, 40))));
+                for (int c = 0; c < 2; ++c)
+                    s.chroma(k + 1, c, x, y) =
+                        static_cast<uint8_t>(std::min(255, std::max(0, s.chroma(0, c, sx, sy) + rng.uniform(-10, 10))));
+            }
+    }
+    return s;
+}
+
+TEST(StrictMerge, EveryLayoutMatchesThePlaneModelOnRandomBursts) {
+    const float weights[] = {0.0f, 0.001f, 0.0625f, 0.1875f, 0.3125f, 0.4375f};
+    const float offsets[] = {0.5f, 0.8f, 1.2f};
+    for (const Member& m : kMembers) {
+        for (int others = 1; others <= 5; ++others) {
+            const int W = 26 + 2 * others, H = 18 + 2 * others;
+            Scene s = randomScene(W, H, others, 100u + others);
+            s.publish(m);
+            gColor_offset = offsets[others % 3];
+            std::vector<uint8_t> expected = s.out;
+            trvtest::Rng rng(others);
+            for (int y = 0; y <= H - 2; y += 2)
+                for (int x = 0; x <= W - 2; x += 2) {
+                    const float w = weights[rng.uniform(0, 5)];
+                    runQuad(s, m, x, y, w);
+                    modelQuad(s, m, x, y, w, expected);
+                }
+            ASSERT_EQ(s.out, expected) << m.name << " with " << others << " other frames";
+        }
+    }
+}
+
+// Flat reference 100 / chroma 128, one other frame, quad (6, 6) of 16 x 16.
+// Column 4 at 150 makes the edge measure 50: clip limit 16, and the low-pass
+// (left and two diagonals at 150) is clamped to -3.
+struct HandQuad : ::testing::Test {
+    Scene s{16, 16, 1};
+    void SetUp() override {
+        gColor_offset = 0.5f;
+        for (int y = 0; y < 16; ++y) s.luma(0, 4, y) = 150;
+    }
+    // Output luma (x, y) and chroma c of the quad (6, 6) after one merge.
+    std::vector<int> merge(const Member& m, float w = 0.0f) {
+        s.publish(m);
+        runQuad(s, m, 6, 6, w);
+        return {s.out[outLuma(s, m.packedOut, 6, 6)], s.out[outLuma(s, m.packedOut, 7, 7)],
+                s.out[outChroma(s, m.packedOut, 6, 6, 0)], s.out[outChroma(s, m.packedOut, 6, 6, 1)]};
+    }
+    void setFrameQuad(int yValue, int firstChroma) {
+        for (int y = 6; y < 8; ++y)
+            for (int x = 6; x < 8; ++x) {
+                s.luma(1, x, y) = static_cast<uint8_t>(yValue);
+                s.chroma(1, 0, x, y) = static_cast<uint8_t>(firstChroma);
+            }
+    }
+};
+
+TEST_F(HandQuad, LumaDifferenceOf32IsClippedButOf33Ignored) {
+    for (const Member& m : kMembers) {
+        setFrameQuad(68, 121);  // d = 32 -> 16, mean 16 / 2; chroma d = 7 counts, 7 / 2
+        // 100 - 8 + 3 + 0.5; 128 - 3 + 0.5
+        EXPECT_EQ(merge(m), (std::vector<int>{95, 95, 125, 128})) << m.name;
+        setFrameQuad(67, 120);  // d = 33 and 8 count nothing: 100 + 3 + 0.5; 128.5
+        EXPECT_EQ(merge(m), (std::vector<int>{103, 103, 128, 128})) << m.name;
+    }
+}
+
+TEST_F(HandQuad, FeatherWeightAboveOneThousandthBlendsWithTheOldOutput) {
+    for (const Member& m : kMembers) {
+        // Identical frames: all sums 0. Old output luma/chroma set to 0.
+        s.publish(m);
+        for (size_t i : {outLuma(s, m.packedOut, 6, 6), outLuma(s, m.packedOut, 7, 7),
+                         outChroma(s, m.packedOut, 6, 6, 0), outChroma(s, m.packedOut, 6, 6, 1)})
+            s.out[i] = 0;
+        runQuad(s, m, 6, 6, 0.4375f);
+        // 100 * 0.5625 + 0.5 = 56.75; 128 * 0.5625 + 0.5 = 72.5
+        EXPECT_EQ(s.out[outLuma(s, m.packedOut, 6, 6)], 56) << m.name;
+        EXPECT_EQ(s.out[outChroma(s, m.packedOut, 6, 6, 1)], 72) << m.name;
+        // 0.001 is no blend: reference minus the low-pass term (-3).
+        EXPECT_EQ(merge(m, 0.001f), (std::vector<int>{103, 103, 128, 128})) << m.name;
+        // Just above: the old output weighs in, and no low-pass.
+        std::vector<int> blended = merge(m, 0.0011f);
+        EXPECT_EQ(blended[0], 100) << m.name;
+    }
+}
+
+TEST_F(HandQuad, ColourOffsetRoundsUpAtTheTop) {
+    gColor_offset = 1.2f;
+    for (int y = 0; y < 16; ++y)
+        for (int x = 0; x < 16; ++x) {
+            s.chroma(0, 0, x, y) = s.chroma(1, 0, x, y) = 254;
+            s.chroma(0, 1, x, y) = s.chroma(1, 1, x, y) = 253;
+        }
+    for (const Member& m : kMembers) {
+        std::vector<int> got = merge(m);
+        EXPECT_EQ(got[2], 255) << m.name;  // 254 + 1.2
+        EXPECT_EQ(got[3], 254) << m.name;  // 253 + 1.2 truncated
+    }
+}
+
+TEST(StrictMergeEdges, DiagonalsJoinOnlyFromTheThirdEvenColumn) {
+    // Reference 100 with 96 on every distance-2 neighbour of the quads at
+    // x = 2 and x = 4 (row 6). At x = 2 the left neighbour counts but the
+    // diagonals do not: P = (800 - 784) >> 3 = 2. At x = 4 all eight count:
+    // P = (800 - 768) >> 3 = 4 -> 3.
+    gColor_offset = 0.5f;
+    for (const Member& m : kMembers) {
+        for (int qx : {2, 4}) {
+            Scene s(16, 16, 1);
+            for (int ny : {4, 6, 8})
+                for (int nx : {qx - 2, qx, qx + 2})
+                    if (nx != qx || ny != 6) s.luma(0, nx, ny) = s.luma(1, nx, ny) = 96;
+            s.publish(m);
+            runQuad(s, m, qx, 6, 0.0f);
+            EXPECT_EQ(s.out[outLuma(s, m.packedOut, qx, 6)], qx == 2 ? 98 : 97) << m.name << " x " << qx;
+        }
+    }
+}
+
+TEST(StrictMergeEdges, OddVectorsFindTheirChromaAndEdgesStayInside) {
+    // Reference chroma 128; the other frame's pixel pairs carry 124 / 131 so
+    // any odd-column read must land on the right pair. Quads on every edge,
+    // vectors pointing out of the frame both ways.
+    gColor_offset = 0.5f;
+    for (const Member& m : kMembers) {
+        for (int mvx : {-7, -1, 3, 9}) {
+            Scene s(12, 10, 1);
+            s.mvs[0] = MV1{mvx, -3, {0, 0, 0, 0}, 0.0};
+            for (int y = 0; y < 10; ++y)
+                for (int x = 0; x < 12; ++x) s.chroma(1, 0, x, y) = 124, s.chroma(1, 1, x, y) = 131;
+            s.publish(m);
+            std::vector<uint8_t> expected = s.out;
+            for (int y : {0, 8})
+                for (int x = 0; x <= 10; x += 2) {
+                    runQuad(s, m, x, y, 0.0f);
+                    modelQuad(s, m, x, y, 0.0f, expected);
+                }
+            // 128 - (4 / 2) + 0.5 and 128 - (-3 / 2) + 0.5
+            EXPECT_EQ(s.out[outChroma(s, m.packedOut, 10, 8, 0)], 126) << m.name;
+            EXPECT_EQ(s.out[outChroma(s, m.packedOut, 10, 8, 1)], 129) << m.name;
+            EXPECT_EQ(s.out, expected) << m.name << " mvx " << mvx;
+        }
+    }
+}
+
+TEST(StrictMergeEdges, QuadsOutsideTheFrameAndTinyFramesWriteNothing) {
+    gColor_offset = 0.5f;
+    for (const Member& m : kMembers) {
+        Scene s(8, 6, 2);
+        s.mvs[0] = MV1{40, -40, {0, 0, 0, 0}, 0.0};  // reflects below zero: clamped
+        s.publish(m);
+        const std::vector<uint8_t> before = s.out;
+        runQuad(s, m, 8, 0, 0.0f);
+        runQuad(s, m, 0, 6, 0.0f);
+        runQuad(s, m, -2, 0, 0.0f);
+        EXPECT_EQ(s.out, before) << m.name;
+        runQuad(s, m, 6, 4, 0.0f);  // the last quad, with a clamped frame position
+        EXPECT_NE(s.out, before) << m.name;
+    }
+}
+
+}  // namespace
