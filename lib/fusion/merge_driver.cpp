@@ -8,50 +8,13 @@
 
 #include "common/arith.h"
 #include "common/threads.h"
+#include "fusion/merge_rules.h"
 #include "trv/stages.h"
 
 namespace {
 
 // Per-frame arrays of the fusion state hold six frames.
 constexpr int kMaxFrames = 6;
-
-// Quarter-scale vector component, rounded to nearest with halves away from
-// zero.
-int32_t quarterOf(int32_t v) { return v >= 0 ? (v + 2) >> 2 : -((2 - v) >> 2); }
-
-void buildWeightRamps() {
-    for (int i = 0; i < 256; ++i) {
-        y_weight[i] = i < 12 ? 0 : (i - 10) >> 1;
-        blur_weight[i] = i < 7 ? 0 : 2 * i - 12;
-        CbCr_weight[i] = i < 7 ? 0 : i - 6;
-        motion_weight[i] = i < 5 ? 0 : 2 * i - 8;
-    }
-    for (int k = 0; k <= 80; ++k) gWeight_inverse[k] = 1.0f / static_cast<float>(k + 16);
-    for (int d = -255; d <= 256; ++d) {
-        DIFFY[d + 255] = trv::clampInt(d, -24, 24);
-        DIFFU[d + 255] = trv::clampInt(d, -10, 10);
-    }
-}
-
-// Quotients of -120 .. 120 by the other frames and by all frames. A burst of
-// one frame would divide by zero; its quotients are 0 instead.
-void buildDivisionTables(int frames) {
-    for (int v = -120; v <= 120; ++v) {
-        divNUM[v + 120] = trv::divOrZero(v, frames - 1);
-        divNUM_1[v + 120] = trv::divOrZero(v, frames);
-    }
-}
-
-void setThresholds(int enhanceID, int meanY) {
-    gBlurTh = enhanceID < 2 ? 20000.0f : 3900.0f;
-    if (meanY < 22) {
-        gColor_offset = 1.2f;
-        gBadPixelTh = meanY < 19 ? 12 : 16;
-    } else {
-        gColor_offset = meanY > 34 ? 0.5f : 0.8f;
-        gBadPixelTh = 16;
-    }
-}
 
 // One block's extent along one axis: the clipped range of the displaced
 // block in the frame, and where it starts in the reference.
@@ -132,16 +95,7 @@ void refineAtFullResolution(int t, int c) {
         } else {
             RefineMV(ref, frame, mv, W, H, width, height, 2);
         }
-        // The rightmost block often has too little content to refine: it
-        // falls back to its neighbour's vector when the two disagree by more
-        // than 4 on either axis.
-        if (c == 7) {
-            const MV1* left = gMergeMV[j][8 * t + 6];
-            if (trv::absInt(mv->x - left->x) > 4 || trv::absInt(mv->y - left->y) > 4) {
-                mv->x = left->x;
-                mv->y = left->y;
-            }
-        }
+        if (c == 7) trv::fallBackToLeftNeighbour(mv, gMergeMV[j][8 * t + 6]);
     }
 }
 
@@ -199,8 +153,8 @@ void Merge(unsigned char** frames, unsigned char** smalls, unsigned char* out, M
         gMergeInput[j + 1] = frames[j + 1];
         gMergeInputs[j + 1] = smalls[j + 1];
         int32_t* quarter = static_cast<int32_t*>(malloc(2 * sizeof(int32_t)));
-        quarter[0] = quarterOf(mvs[j]->x);
-        quarter[1] = quarterOf(mvs[j]->y);
+        quarter[0] = trv::quarterOf(mvs[j]->x);
+        quarter[1] = trv::quarterOf(mvs[j]->y);
         gMergeMVS[j] = quarter;
         quarterVectors[j] = quarter;
         // Zero-filled so that a block the refiners cannot reach still holds
@@ -208,10 +162,7 @@ void Merge(unsigned char** frames, unsigned char** smalls, unsigned char* out, M
         MV1* blocks = static_cast<MV1*>(calloc(64, sizeof(MV1)));
         for (int k = 0; k < 64; ++k) gMergeMV[j][k] = blocks + k;
     }
-    buildWeightRamps();
-    buildDivisionTables(count);
-    setThresholds(enhanceID, meanY);
-    setfunc();
+    trv::buildFusionTables(count, enhanceID, meanY);
 
     // One thread per band. The strict merge of a block writes a few pixels
     // into the bands above and below; running the even bands, then the odd
