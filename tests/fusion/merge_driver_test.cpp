@@ -9,7 +9,9 @@
 
 namespace {
 
-constexpr int kW = 96, kH = 64;
+// Large enough that every block refines on many samples, so agreeing frames
+// keep their zero vectors (a one-sample block could tie at another shift).
+constexpr int kW = 512, kH = 256;
 
 struct SmallBurst {
     std::vector<std::vector<uint8_t>> frames, quarters;
