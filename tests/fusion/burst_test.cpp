@@ -107,14 +107,21 @@ std::vector<std::vector<uint8_t>> captureBurst(int format) {
     return frames;
 }
 
-Result runBurst(std::vector<std::vector<uint8_t>>& frames, int format) {
-    std::vector<__tag_TRV_OFFSCREEN> records(frames.size());
+// The caller's records for a burst of frames.
+struct BurstInput {
+    std::vector<__tag_TRV_OFFSCREEN> records;
     _tag_TRV_INPUTINFO in{};
-    in.picNum = static_cast<int32_t>(frames.size());
-    for (size_t i = 0; i < frames.size(); ++i) {
-        records[i] = __tag_TRV_OFFSCREEN{0, kW, kH, frames[i].data()};
-        in.pics[i] = &records[i];
+    explicit BurstInput(std::vector<std::vector<uint8_t>>& frames) : records(frames.size()) {
+        in.picNum = static_cast<int32_t>(frames.size());
+        for (size_t i = 0; i < frames.size(); ++i) {
+            records[i] = __tag_TRV_OFFSCREEN{0, kW, kH, frames[i].data()};
+            in.pics[i] = &records[i];
+        }
     }
+};
+
+Result runBurst(std::vector<std::vector<uint8_t>>& frames, int format) {
+    BurstInput input(frames);
     Result result;
     result.fused.assign(static_cast<size_t>(kW) * kH * 3 / 2, 0);
     __tag_TRV_OFFSCREEN out{0, 0, 0, result.fused.data()};
@@ -124,7 +131,7 @@ Result runBurst(std::vector<std::vector<uint8_t>>& frames, int format) {
     // The caller's buffer receives the result only for code 4; the others
     // are observed through the validated entry's delivery buffer.
     uint8_t* deliverTo = format == 4 ? nullptr : result.fused.data();
-    EXPECT_EQ(trv::enhanceBurst(&in, &out, &param, deliverTo, &result.report), 0);
+    EXPECT_EQ(trv::enhanceBurst(&input.in, &out, &param, deliverTo, &result.report), 0);
     return result;
 }
 
@@ -190,19 +197,13 @@ INSTANTIATE_TEST_SUITE_P(Layouts, Burst, ::testing::Values(0, 1, 2, 4));
 TEST(BurstDelivery, OnlyCodeFourReachesTheCallersBuffer) {
     for (int format : {0, 4}) {
         auto frames = captureBurst(format);
-        std::vector<__tag_TRV_OFFSCREEN> records(frames.size());
-        _tag_TRV_INPUTINFO in{};
-        in.picNum = static_cast<int32_t>(frames.size());
-        for (size_t i = 0; i < frames.size(); ++i) {
-            records[i] = __tag_TRV_OFFSCREEN{0, kW, kH, frames[i].data()};
-            in.pics[i] = &records[i];
-        }
+        BurstInput input(frames);
         std::vector<uint8_t> buffer(static_cast<size_t>(kW) * kH * 3 / 2, 7);
         __tag_TRV_OFFSCREEN out{0, 0, 0, buffer.data()};
         _tag_TRV_PARAM param{};
         param.inputFormat = format;
         param.outputFormat = 4;
-        EXPECT_EQ(TRV_Enhancement(&in, &out, &param, nullptr), 0);
+        EXPECT_EQ(TRV_Enhancement(&input.in, &out, &param, nullptr), 0);
         size_t untouched = 0;
         for (uint8_t v : buffer) untouched += v == 7;
         if (format == 4) {
