@@ -167,10 +167,17 @@ void Merge(unsigned char** frames, unsigned char** smalls, unsigned char* out, M
     // One thread per band. The strict merge of a block writes a few pixels
     // into the bands above and below; running the even bands, then the odd
     // ones, keeps adjacent bands apart so every run gives the same bytes.
-    static const int kEvenBands[4] = {0, 2, 4, 6};
-    static const int kOddBands[4] = {1, 3, 5, 7};
-    trv::runWorkers(MergeThread, kEvenBands, 4);
-    trv::runWorkers(MergeThread, kOddBands, 4);
+    // Tiles under 8 rows (frames of 48 rows or fewer) let that apron reach
+    // two bands away; their bands run one after the other.
+    const int side = (gH + 7) / 8, tileHeight = side + (side & 1);
+    if (tileHeight < 8) {
+        for (int t = 0; t < FUSETHREADNUM; ++t) trv::runWorkers(MergeThread, &t, 1);
+    } else {
+        static const int kEvenBands[4] = {0, 2, 4, 6};
+        static const int kOddBands[4] = {1, 3, 5, 7};
+        trv::runWorkers(MergeThread, kEvenBands, 4);
+        trv::runWorkers(MergeThread, kOddBands, 4);
+    }
 
     for (int j = 0; j < gNum; ++j) {
         free(quarterVectors[j]);
