@@ -1,6 +1,7 @@
 // Simple fusion of one tile: the interior through the vector kernels, the
 // strips along the image border, which a displaced tile would read from
 // outside the frame, through a scalar loop with reflected reads.
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 
@@ -30,7 +31,7 @@ struct Margins {
     int top = 0, bottom = 0, left = 0, right = 0;
 };
 
-Margins marginsOf(int b, int n) {
+Margins marginsOf(int b, int n, int tileHeight) {
     Margins m;
     if (n < 1) return m;
     int minX = gMergeMV[0][b]->x, maxX = minX, minY = gMergeMV[0][b]->y, maxY = minY;
@@ -41,8 +42,11 @@ Margins marginsOf(int b, int n) {
         minY = v->y < minY ? v->y : minY;
         maxY = v->y > maxY ? v->y : maxY;
     }
-    m.top = raisedToEven(-minY > 0 ? -minY : 0);
-    m.bottom = raisedToEven(maxY > 0 ? maxY : 0);
+    // Vertical margins larger than a tile (vectors beyond any real motion, or
+    // tiny frames) are cut to the tile height, so that a band's strips reach
+    // no further than the next band, which never runs at the same time.
+    m.top = std::min(raisedToEven(-minY > 0 ? -minY : 0), tileHeight);
+    m.bottom = std::min(raisedToEven(maxY > 0 ? maxY : 0), tileHeight);
     m.left = raisedToEven(-minX > 0 ? -minX : 0);
     m.right = raisedToEven(maxX > 0 ? maxX : 0);
     return m;
@@ -248,7 +252,7 @@ void simpleFusion(int b) {
     if (b < 0 || b > 63 || gW <= 0 || gH <= 0) return;
     const int n = alignedFrameCount();
     const int bw = tileSide(gW), bh = tileSide(gH);
-    const Margins m = marginsOf(b, n);
+    const Margins m = marginsOf(b, n, bh);
     if (knownLayout(gINFormat)) {
         blendInterior(interiorOf(b, bw, bh, m), b, n);
     } else {

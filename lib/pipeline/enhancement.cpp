@@ -95,6 +95,7 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
         uint8_t* R = in->pics[ref]->data;
         uint8_t* Q[7] = {};
         uint8_t* F[6] = {};
+        int32_t order[7] = {ref};  // input index of each listed frame, reference first
         int32_t listed = 1;
         Q[0] = quarters[ref];
         if (gPicNum >= 2) {
@@ -103,17 +104,17 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
             // is never used.
             Q[1] = quarters[second];
             F[0] = in->pics[second]->data;
+            order[1] = second;
             listed = 2;
             for (int32_t i = 0; i < picNum; ++i) {
                 if (kept[i] && i != ref && i != second) {
                     Q[listed] = quarters[i];
                     F[listed - 1] = in->pics[i]->data;
+                    order[listed] = i;
                     ++listed;
                 }
             }
         }
-        (void)F;
-        (void)Q;
 
         if (deliverTo != nullptr) {
             O = deliverTo;
@@ -130,10 +131,18 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
             int32_t mean = 0;
             const int32_t level = CalEnhanceID(R, W, H, &mean, histogram);
             gMeanY = mean;
-            // Motion search, screening and fusion of two or more frames join
-            // here with the motion and fusion stages; until then every burst
-            // leaves through the single-frame conversion of its reference.
-            convertSingleFrame(gINFormat, R, O, W, H);
+            MV1 records[5] = {};
+            MV1* mvs[5] = {&records[0], &records[1], &records[2], &records[3], &records[4]};
+            if (gPicNum < 2) {
+                convertSingleFrame(gINFormat, R, O, W, H);
+            } else {
+                // Global motion, the reference swap and frame screening set
+                // the vectors and the surviving count before fusion. Fused:
+                // the reference, then the non-reference frames that survived.
+                uint8_t* FR[6] = {R};
+                for (int32_t k = 0; k + 1 < gPicNum && k < 5; ++k) FR[k + 1] = F[k];
+                Merge(FR, Q, O, mvs, gPicNum, W, H, level, mean);
+            }
             if (report != nullptr) {
                 report->reference = ref;
                 report->second = second;
@@ -144,7 +153,9 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
                 }
                 report->meanLuma = mean;
                 report->level = level;
-                report->framesFused = 1;
+                report->framesFused = gPicNum < 2 ? 1 : gPicNum;
+                for (int32_t k = 0; k < report->framesFused && k < 6; ++k) report->frameOrder[k] = order[k];
+                for (int32_t k = 0; k + 1 < report->framesFused && k < 5; ++k) report->globalVectors[k] = records[k];
             }
         }
     }

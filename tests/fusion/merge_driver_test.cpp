@@ -1,0 +1,108 @@
+// The fusion driver as a whole on small bursts: the count carried in NUM_16,
+// agreeing frames, and the publication of the burst.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+// Large enough that every block refines on many samples, so agreeing frames
+// keep their zero vectors (a one-sample block could tie at another shift).
+constexpr int kW = 512, kH = 256;
+
+struct SmallBurst {
+    std::vector<std::vector<uint8_t>> frames, quarters;
+    std::vector<MV1> vectors;
+    std::vector<uint8_t> out;
+
+    explicit SmallBurst(int n) : vectors(5), out(static_cast<size_t>(kW) * kH * 3 / 2, 0) {
+        auto frame = trvtest::texturedPlane(kW, kH * 3 / 2, 21);
+        for (int i = 0; i < n; ++i) {
+            frames.push_back(frame);
+            quarters.emplace_back(2 * (kW / 4) * (kH / 4));
+        }
+    }
+
+    void merge(int n, int meanY = 40) {
+        gW = kW;
+        gH = kH;
+        gINFormat = 4;
+        gMeanY = meanY;
+        gIsNormalLuminance = 1;
+        unsigned char* f[6];
+        unsigned char* q[6];
+        MV1* mvs[5];
+        for (int i = 0; i < n; ++i) {
+            gImgInArr[i] = frames[i].data();
+            gImgInSArr[i] = quarters[i].data();
+            fillImageS_YV16(i);
+            f[i] = frames[i].data();
+            q[i] = quarters[i].data();
+        }
+        for (int k = 0; k < 5; ++k) mvs[k] = &vectors[k];
+        Merge(f, q, out.data(), mvs, n, kW, kH, 1, meanY);
+    }
+};
+
+uint16_t lane0(uint16x8_t v) {
+    uint16_t lanes[8];
+    vst1q_u16(lanes, v);
+    for (uint16_t lane : lanes) EXPECT_EQ(lane, lanes[0]);
+    return lanes[0];
+}
+
+TEST(FusionDriver, Num16CarriesThePreviousCount) {
+    SmallBurst six(6), three(3);
+    six.merge(6);
+    EXPECT_EQ(gNum, 5);
+    three.merge(3);
+    EXPECT_EQ(gNum, 2);
+    EXPECT_EQ(lane0(NUM_16), 80);  // 16 x the 5 other frames of the call before
+    three.merge(3);
+    EXPECT_EQ(lane0(NUM_16), 32);
+    EXPECT_EQ(pfun24, Divfun2);
+    EXPECT_EQ(pfun16, Divfun3);
+}
+
+TEST(FusionDriver, IdenticalFramesGiveTheReference) {
+    for (int n = 2; n <= 6; ++n) {
+        SmallBurst burst(n);
+        burst.merge(n);
+        EXPECT_EQ(burst.out, burst.frames[0]) << n << " frames";
+        EXPECT_EQ(Y_SIZE, kW * kH);
+        EXPECT_EQ(Y_SIZE_HALF, kW * kH / 2);
+        EXPECT_EQ(Y_SIZE_ONE_AND_HALF, kW * kH * 3 / 2);
+        EXPECT_EQ(width_half, kW / 2);
+        EXPECT_EQ(gMergrOut, burst.out.data());
+    }
+}
+
+// A single frame or tiny frames must run without reading or writing outside
+// the buffers (the sanitizer builds check this).
+TEST(FusionDriver, DegenerateBurstsStayInside) {
+    SmallBurst one(1);
+    one.merge(1);
+    EXPECT_EQ(gNum, 0);
+    EXPECT_EQ(one.out, one.frames[0]);  // simple fusion without other frames
+    for (auto [w, h] : {std::pair{8, 8}, {18, 6}, {34, 34}, {2, 2}}) {
+        for (int format : {0, 2, 4}) {
+            std::vector<std::vector<uint8_t>> frames, quarters;
+            for (int i = 0; i < 3; ++i) {
+                frames.push_back(trvtest::randomBytes(static_cast<size_t>(w) * h * 2 + 16, 5 + i));
+                quarters.emplace_back(static_cast<size_t>(2 * (w / 4) * (h / 4)) + 16);
+            }
+            std::vector<uint8_t> out(static_cast<size_t>(w) * h * 3 / 2);
+            std::vector<MV1> vectors = {MV1{-9, 7, {}, 0}, MV1{40, -40, {}, 0}};
+            gW = w, gH = h, gINFormat = format, gMeanY = 40, gIsNormalLuminance = 1;
+            unsigned char* f[3] = {frames[0].data(), frames[1].data(), frames[2].data()};
+            unsigned char* q[3] = {quarters[0].data(), quarters[1].data(), quarters[2].data()};
+            MV1* mvs[2] = {&vectors[0], &vectors[1]};
+            Merge(f, q, out.data(), mvs, 3, w, h, 0, 40);
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,279 @@
+// Simple fusion of all 64 tiles against a model written from the tile rules:
+// interior rectangles through the vector and tail rules (by column position),
+// border strips through the table rule with reflected 2 x 2 groups.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "fusion/blend_model.h"
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+using blendmodel::clampTo;
+
+struct Scene {
+    int w, h, format, n;
+    std::vector<std::vector<uint8_t>> frames;    // reference first
+    std::array<std::array<MV1, 64>, 5> vectors{};
+
+    size_t frameBytes() const {
+        return format == 4 ? static_cast<size_t>(w) * h * 3 / 2 : static_cast<size_t>(w) * h * 2;
+    }
+    size_t outBytes() const { return static_cast<size_t>(w) * h * 3 / 2; }
+};
+
+// Frames that resemble each other: a texture plus noise per frame.
+Scene makeScene(int w, int h, int format, int n, int reach, uint32_t seed) {
+    Scene s{w, h, format, n, {}, {}};
+    trvtest::Rng rng(seed);
+    auto base = trvtest::randomBytes(s.frameBytes(), seed);
+    for (int k = 0; k <= n; ++k) {
+        std::vector<uint8_t> f(base);
+        for (auto& v : f) v = static_cast<uint8_t>(clampTo(v + rng.uniform(-30, 30), 0, 255));
+        s.frames.push_back(std::move(f));
+    }
+    for (int k = 0; k < n; ++k)
+        for (int t = 0; t < 64; ++t) {
+            s.vectors[k][t].x = rng.uniform(-reach, reach);
+            s.vectors[k][t].y = rng.uniform(-reach, reach);
+        }
+    return s;
+}
+
+// ---- The model ----
+
+struct Model {
+    const Scene& s;
+    std::vector<uint8_t> out;
+    int bw, bh;
+
+    explicit Model(const Scene& scene, uint8_t fill) : s(scene), out(scene.outBytes(), fill) {
+        bw = (s.w + 7) / 8 + ((s.w + 7) / 8 & 1);
+        bh = (s.h + 7) / 8 + ((s.h + 7) / 8 & 1);
+    }
+    int Y() const { return s.w * s.h; }
+    const std::vector<uint8_t>& frame(int k) const { return s.frames[k]; }
+    const MV1& mv(int k, int t) const { return s.vectors[k][t]; }
+
+    int lumaAt(int k, int x, int y) const {
+        return s.format == 2 ? frame(k)[2 * (x + s.w * y)] : frame(k)[static_cast<size_t>(y) * s.w + x];
+    }
+    // Chroma sample `which` of the pair starting at even column x, row y.
+    int chromaAt(int k, int x, int y, int which) const {
+        switch (s.format) {
+            case 0: return frame(k)[Y() + which * (s.w / 2) * s.h + (s.w / 2) * y + x / 2];
+            case 1: return frame(k)[Y() + s.w * y + x + which];
+            case 4: return frame(k)[Y() + s.w * (y / 2) + x + which];
+            default: return frame(k)[2 * (x + s.w * y) + 1 + 2 * which];
+        }
+    }
+
+    void interior(int t, int x, int y, int w, int h) {
+        if (w <= 0 || h <= 0) return;
+        const int n = s.n;
+        int f[5];
+        const int lumaVector = w & ~7;
+        for (int r = 0; r < h; ++r)
+            for (int c = 0; c < w; ++c) {
+                for (int k = 0; k < n; ++k) {
+                    const int fx = s.format == 2 ? ((x + mv(k, t).x) & ~1) + c : x + mv(k, t).x + c;
+                    f[k] = lumaAt(k + 1, fx, y + mv(k, t).y + r);
+                }
+                const int ref = lumaAt(0, x + c, y + r);
+                out[static_cast<size_t>(y + r) * s.w + x + c] =
+                    c < lumaVector ? blendmodel::vectorLuma(ref, f, n) : blendmodel::tailLuma(ref, f, n);
+            }
+        for (int r = 0; r <= ((h - 1) & ~1); r += 2)
+            for (int c = 0; c < w; ++c) {
+                int refC = 0;
+                const int chromaVector = s.format == 0 ? w & ~15 : w & ~7;
+                for (int k = 0; k <= n; ++k) {
+                    const int dx = k ? mv(k - 1, t).x : 0, dy = k ? mv(k - 1, t).y : 0;
+                    const int fx = k ? (x + dx) & ~1 : x, fy = y + dy;
+                    int v = 0;
+                    switch (s.format) {
+                        case 0: v = frame(k)[Y() + (c & 1) * (s.w / 2) * s.h + (s.w / 2) * (fy + r) + fx / 2 + c / 2]; break;
+                        case 1: v = frame(k)[Y() + s.w * (fy + r) + fx + c]; break;
+                        case 4: v = frame(k)[Y() + s.w * (fy / 2 + r / 2) + fx + c]; break;
+                        default: v = frame(k)[2 * (fx + c + s.w * (fy + r)) + 1]; break;
+                    }
+                    (k ? f[k - 1] : refC) = v;
+                }
+                out[Y() + static_cast<size_t>(s.w) * (y / 2 + r / 2) + x + c] =
+                    c < chromaVector ? blendmodel::vectorChroma(refC, f, n) : blendmodel::tailChroma(refC, f, n);
+            }
+    }
+
+    static int reflect(int v, int size) {
+        v = v < 0 ? -v : v;
+        return v >= size - 1 ? 2 * size - 4 - v : v;
+    }
+
+    void strip(int t, int x0, int y0, int w, int h) {
+        const int n = s.n;
+        int f[5];
+        for (int y = y0; y < y0 + h; y += 2)
+            for (int x = x0; x < x0 + w; x += 2) {
+                int px[5], py[5];
+                for (int k = 0; k < n; ++k) {
+                    px[k] = reflect(x + mv(k, t).x, s.w);
+                    py[k] = reflect(y + mv(k, t).y, s.h);
+                    if (s.format == 2) px[k] &= ~1;
+                }
+                for (int j = 0; j < 2; ++j)
+                    for (int i = 0; i < 2; ++i) {
+                        for (int k = 0; k < n; ++k) f[k] = lumaAt(k + 1, px[k] + i, py[k] + j);
+                        out[static_cast<size_t>(y + j) * s.w + x + i] = blendmodel::tableLuma(lumaAt(0, x + i, y + j), f, n);
+                    }
+                for (int which = 0; which < 2; ++which) {
+                    for (int k = 0; k < n; ++k) f[k] = chromaAt(k + 1, px[k] & ~1, py[k], which);
+                    out[Y() + static_cast<size_t>(s.w) * (y / 2) + x + which] =
+                        blendmodel::tableChroma(chromaAt(0, x, y, which), f, n);
+                }
+            }
+    }
+
+    void tile(int t) {
+        const int row = t / 8, col = t % 8, n = s.n;
+        int minX = 0, maxX = 0, minY = 0, maxY = 0;
+        for (int k = 0; k < n; ++k) {
+            minX = k ? std::min(minX, mv(k, t).x) : mv(k, t).x;
+            maxX = k ? std::max(maxX, mv(k, t).x) : mv(k, t).x;
+            minY = k ? std::min(minY, mv(k, t).y) : mv(k, t).y;
+            maxY = k ? std::max(maxY, mv(k, t).y) : mv(k, t).y;
+        }
+        auto even = [](int v) { return v < 0 ? 0 : v + (v & 1); };
+        const int T = even(-minY), B = even(maxY), L = even(-minX), R = even(maxX);
+        int y = row * bh, h = bh, x = col * bw, w = bw;
+        if (row == 0) y = T, h = bh - T;
+        if (row == 7) h = s.h - 7 * bh - B;
+        if (col == 0) x = L, w = bw - L;
+        if (col == 7) w = s.w - 7 * bw - R;
+        interior(t, x, y, w, h);
+        const int lastW = s.w - 7 * bw, lastH = s.h - 7 * bh;
+        if (t == 0) strip(t, 0, 0, bw, T), strip(t, 0, T, L, bh);
+        if (t >= 1 && t <= 6) strip(t, col * bw, 0, bw, T);
+        if (t == 7) strip(t, 7 * bw, 0, lastW, T), strip(t, s.w - R, T, R, bh);
+        if (row >= 1 && row <= 6 && col == 0) strip(t, 0, row * bh, L, bh);
+        if (row >= 1 && row <= 6 && col == 7) strip(t, s.w - R, row * bh, R, bh);
+        if (t == 56) strip(t, 0, 7 * bh, L, lastH), strip(t, L, s.h - B, bw, B);
+        if (t >= 57 && t <= 62) strip(t, col * bw, s.h - B, bw, B);
+        if (t == 63) strip(t, 7 * bw, s.h - B, bw, B), strip(t, s.w - R, 7 * bh, R, lastH);
+    }
+};
+
+// ---- Running the library on a scene ----
+
+class SimpleFusion : public ::testing::Test {
+protected:
+    void SetUp() override { saved = {gW, gH, gINFormat, gNum, Y_SIZE}; }
+    void TearDown() override {
+        gW = saved[0], gH = saved[1], gINFormat = saved[2], Y_SIZE = saved[4];
+        blendmodel::setFrameCount(saved[3]);
+        for (auto& p : gMergeInput) p = nullptr;
+        gMergrOut = nullptr;
+    }
+
+    std::vector<uint8_t> fuse(Scene& s, uint8_t fill) {
+        gW = s.w, gH = s.h, gINFormat = s.format, Y_SIZE = s.w * s.h;
+        blendmodel::setFrameCount(s.n);
+        for (int k = 0; k <= s.n; ++k) gMergeInput[k] = s.frames[k].data();
+        for (int k = 0; k < s.n; ++k)
+            for (int t = 0; t < 64; ++t) gMergeMV[k][t] = &s.vectors[k][t];
+        std::vector<uint8_t> out(s.outBytes(), fill);
+        gMergrOut = out.data();
+        for (int t = 0; t < 64; ++t) simpleFusion(t);
+        return out;
+    }
+
+    static std::vector<uint8_t> model(const Scene& s, uint8_t fill) {
+        Model m(s, fill);
+        for (int t = 0; t < 64; ++t) m.tile(t);
+        return m.out;
+    }
+
+    static void expectSame(const std::vector<uint8_t>& got, const std::vector<uint8_t>& want, const Scene& s) {
+        ASSERT_EQ(got.size(), want.size());
+        for (size_t i = 0; i < got.size(); ++i) {
+            const bool luma = i < static_cast<size_t>(s.w) * s.h;
+            const size_t j = luma ? i : i - static_cast<size_t>(s.w) * s.h;
+            ASSERT_EQ(got[i], want[i]) << (luma ? "luma" : "chroma") << " row " << j / s.w << " col " << j % s.w
+                                       << " format " << s.format << " n " << s.n << " size " << s.w << "x" << s.h;
+        }
+    }
+
+    std::array<int, 5> saved{};
+};
+
+TEST_F(SimpleFusion, EveryLayoutMatchesTheTileModel) {
+    for (int format : {0, 1, 2, 4}) {
+        for (int n : {1, 2, 3, 5}) {
+            Scene s = makeScene(80, 48, format, n, 3, static_cast<uint32_t>(format * 10 + n));
+            auto got = fuse(s, 0xEE);
+            expectSame(got, model(s, 0xEE), s);
+        }
+    }
+}
+
+TEST_F(SimpleFusion, ZeroVectorsLeaveNoStripAndCoverTheFrame) {
+    for (int format : {0, 2, 4}) {
+        Scene s = makeScene(64, 32, format, 2, 0, 5);
+        auto got = fuse(s, 0xEE);
+        expectSame(got, model(s, 0xEE), s);
+        // Filled twice with different backgrounds: every byte is written.
+        EXPECT_EQ(got, fuse(s, 0x11)) << format;
+    }
+}
+
+TEST_F(SimpleFusion, WideFrameGeometryAndLeftShiftOfTileZero) {
+    // Width 1000: tiles 126 wide, the last column 1000 - 882 - R wide.
+    Scene s = makeScene(1000, 16, 4, 2, 2, 11);
+    // dx = -3 on tile 0: a 4-column left margin through the reflected rule.
+    s.vectors[0][0] = MV1{-3, 0, {}, 0.0};
+    s.vectors[1][0] = MV1{1, 0, {}, 0.0};
+    auto got = fuse(s, 0xEE);
+    expectSame(got, model(s, 0xEE), s);
+
+    // Rows 0 and 1 of columns 0 .. 3 belong to tile 0's left strip alone:
+    // the table rule on reflected reads (column 0 - 3 reads column 3).
+    Model m(s, 0xEE);
+    m.strip(0, 0, 0, 4, 2);
+    for (int r = 0; r < 2; ++r)
+        for (int c = 0; c < 4; ++c) EXPECT_EQ(got[r * 1000 + c], m.out[r * 1000 + c]) << r << "," << c;
+    // Column 4 starts the interior, whose first 8 columns take the vector rule.
+    int f[2] = {s.frames[1][1], s.frames[2][5]};
+    EXPECT_EQ(got[4], blendmodel::vectorLuma(s.frames[0][4], f, 2));
+}
+
+TEST_F(SimpleFusion, UnknownLayoutPrintsAndLeavesInteriorUnwritten) {
+    Scene s = makeScene(64, 32, 4, 2, 0, 3);
+    s.format = 3;
+    testing::internal::CaptureStdout();
+    gW = s.w, gH = s.h, gINFormat = 3, Y_SIZE = s.w * s.h;
+    blendmodel::setFrameCount(2);
+    for (int k = 0; k <= 2; ++k) gMergeInput[k] = s.frames[k].data();
+    for (int k = 0; k < 2; ++k) gMergeMV[k][9] = &s.vectors[k][9];
+    std::vector<uint8_t> out(static_cast<size_t>(64) * 32 * 3 / 2, 0x42);
+    gMergrOut = out.data();
+    simpleFusion(9);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "error input format\n");
+    for (uint8_t v : out) ASSERT_EQ(v, 0x42);
+}
+
+// Vectors far larger than the tiles (a tiny frame) must not read outside the
+// frames: inner tiles fall back to the reflected rule.
+TEST_F(SimpleFusion, HugeVectorsOnTinyFramesStayInside) {
+    for (int format : {0, 1, 2, 4}) {
+        for (auto [w, h] : {std::pair{16, 16}, {18, 10}, {17, 13}, {2, 2}, {1, 4}}) {
+            Scene s = makeScene(w, h, format, 3, 40, static_cast<uint32_t>(w * h + format));
+            auto got = fuse(s, 0xEE);
+            EXPECT_EQ(got, fuse(s, 0xEE)) << format << " " << w << "x" << h;
+        }
+    }
+}
+
+}  // namespace
