@@ -37,9 +37,10 @@ int32_t validateBurst(const _tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param,
     return TRV_FUSE_OK;
 }
 
-bool isFused(const BurstReport& burst, int32_t frame) {
-    for (int32_t k = 0; k < burst.framesFused && k < TRV_MAX_FRAMES; ++k) {
-        if (burst.frameOrder[k] == frame) return true;
+bool isFused(const _tag_TRV_FUSE_REPORT& report, int32_t frame) {
+    const int32_t listed = report.framesFused < 1 ? 1 : report.framesFused;
+    for (int32_t k = 0; k < listed && k < TRV_MAX_FRAMES; ++k) {
+        if (report.frameOrder[k] == frame) return true;
     }
     return false;
 }
@@ -62,7 +63,7 @@ void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* 
     // A single-frame result is the reference itself, whichever path set it.
     if (burst.framesFused <= 1) report->frameOrder[0] = burst.reference;
     for (int32_t i = 0; i < picNum; ++i) {
-        if (isFused(burst, i) || i == burst.reference) {
+        if (isFused(*report, i)) {
             report->frameFate[i] = TRV_FRAME_FUSED;
         } else if (!burst.keptByBlurCheck[i]) {
             report->frameFate[i] = TRV_FRAME_BLURRED;
