@@ -1,5 +1,7 @@
 #include "burst_synth.h"
 
+#include "support/synthetic.h"
+
 #include <algorithm>
 #include <cmath>
 
@@ -7,26 +9,17 @@ namespace trvtool {
 
 namespace {
 
-// xorshift32: a tiny generator with identical sequences everywhere.
-class Random {
+// The deterministic generator of the test images, with float variates.
+class Random : public trvtest::Rng {
 public:
-    explicit Random(uint32_t seed) : state_(seed ? seed : 0x9e3779b9u) {}
-    uint32_t next() {
-        state_ ^= state_ << 13;
-        state_ ^= state_ >> 17;
-        state_ ^= state_ << 5;
-        return state_;
-    }
-    int uniform(int lo, int hi) { return lo + static_cast<int>(next() % static_cast<uint32_t>(hi - lo + 1)); }
+    using trvtest::Rng::Rng;
     float unit() { return static_cast<float>(next() >> 8) * (1.0f / 16777216.0f); }
+    // Sum of 12 uniforms minus 6: mean 0, variance 1, exactly reproducible.
     float gaussian() {
         float sum = 0.0f;
         for (int i = 0; i < 12; ++i) sum += unit();
         return sum - 6.0f;
     }
-
-private:
-    uint32_t state_;
 };
 
 int clampCoord(int v, int size) { return v < 0 ? 0 : (v >= size ? size - 1 : v); }
