@@ -20,6 +20,7 @@
 #ifndef TRV_TRV_H
 #define TRV_TRV_H
 
+#include <stddef.h>
 #include <stdint.h>
 
 #if defined(_WIN32)
@@ -78,6 +79,97 @@ TRV_API void TRV_GetVersion(_tag_TRV_Version* v);
 TRV_API int32_t TRV_GetDefaultParam(_tag_TRV_PARAM* p);
 TRV_API int32_t TRV_Init(void);   /* does nothing */
 TRV_API int32_t TRV_Uninit(void); /* does nothing */
+
+/* ------------------------------------------------------------------------
+ * TRV_FuseBurst: the validated entry point.
+ *
+ * Runs the same pipeline as TRV_Enhancement, but checks its arguments first,
+ * serialises concurrent callers and always delivers the result.
+ *
+ * Input: in->picNum frames (1..6); in->pics[i] non-null, with non-null data,
+ * all of the same width W and height H. W and H must be even and at least
+ * TRV_FUSE_MIN_WIDTH x TRV_FUSE_MIN_HEIGHT (the motion search crops a 10 %
+ * border and fusion divides the frame into 8 x 8 tiles of 4 x 4 blocks; a
+ * smaller frame leaves them without pixels), and 2*W*H must fit in a signed
+ * 32-bit integer (the pipeline's sizes are signed 32-bit). Frame sizes in
+ * bytes:
+ *   code 0 (planar 4:2:2), 1 (semi-planar 4:2:2), 2 (packed 4:2:2): 2*W*H
+ *   code 4 (semi-planar 4:2:0, V first, "NV21"):                      W*H*3/2
+ * Only these four input codes are accepted (3 and 5 have no layout).
+ * param->outputFormat must be 4: the result is always 4:2:0 semi-planar.
+ * param->dump and param->intensity act as for TRV_Enhancement.
+ *
+ * Output: out->data receives W*H*3/2 bytes (TRV_FuseOutputBytes): the luma
+ * plane, then H/2 rows of W bytes of interleaved chroma pairs, for every
+ * input code. The pair keeps the input's chroma order: the chroma sample the
+ * input stores first lands on the even byte. So code 4 gives V first (NV21),
+ * code 2 gives the first chroma byte of each 4-byte group first (U for YUYV),
+ * code 1 its first interleaved byte, code 0 its first chroma plane.
+ * Chroma rows come from the even input rows (4:2:2 inputs). out->width and
+ * out->height are set to W and H. outCapacity is the size of out->data in
+ * bytes.
+ *
+ * Ownership: the caller owns every frame, the output buffer and the report;
+ * the library keeps no pointer after the call returns. Input frames are only
+ * read.
+ *
+ * Thread safety: calls to TRV_FuseBurst are serialised by a process-wide
+ * lock, so several threads may call it at once; each gets its own correct
+ * result. The lock does not cover TRV_Enhancement or the stand-alone
+ * operations, which share the same process-wide state: do not run those
+ * while a TRV_FuseBurst call is in progress.
+ *
+ * Returns TRV_FUSE_OK or one of the refusal codes below; on refusal nothing
+ * is written (neither out nor report) and no pipeline stage runs.
+ * TRV_StatusText(status) gives a one-line description of any status.
+ * ---------------------------------------------------------------------- */
+
+/* Smallest accepted frame size. */
+#define TRV_FUSE_MIN_WIDTH 64
+#define TRV_FUSE_MIN_HEIGHT 64
+
+/* Status codes of TRV_FuseBurst; distinct from TRV_Enhancement's 1. */
+enum {
+    TRV_FUSE_OK = 0,
+    TRV_FUSE_NULL_ARGUMENT = 100,   /* in, out, param, out->data, a frame record or its data is null */
+    TRV_FUSE_BAD_FRAME_COUNT = 101, /* picNum outside 1..6 */
+    TRV_FUSE_UNEQUAL_SIZES = 102,   /* a frame's width/height differs from frame 0's */
+    TRV_FUSE_BAD_SIZE = 103,        /* W or H odd, below the minimum, or 2*W*H too large */
+    TRV_FUSE_BAD_INPUT_FORMAT = 104,  /* inputFormat not 0, 1, 2 or 4 */
+    TRV_FUSE_BAD_OUTPUT_FORMAT = 105, /* outputFormat not 4 */
+    TRV_FUSE_OUTPUT_TOO_SMALL = 106   /* outCapacity below W*H*3/2 */
+};
+
+/* Why a frame did not take part in the result. */
+enum {
+    TRV_FRAME_FUSED = 0,     /* fused (or the reference) */
+    TRV_FRAME_BLURRED = 1,   /* dropped by the sharpness check */
+    TRV_FRAME_SCREENED = 2,  /* dropped by motion-or-noise screening */
+    TRV_FRAME_UNUSED = 3     /* kept by both checks but not fused */
+};
+
+/* What the pipeline decided for one burst. Per-frame entries are indexed by
+ * input frame index; entries at and beyond picNum are zero. */
+typedef struct _tag_TRV_FUSE_REPORT {
+    int32_t reference;        /* input index of the reference frame */
+    int32_t swappedReference; /* 1 when the second-sharpest frame became the reference */
+    int32_t framesFused;      /* frames that took part in the result (1 = single-frame output) */
+    int32_t frameOrder[TRV_MAX_FRAMES]; /* input indices of the fused frames, reference first */
+    int32_t vectorX[TRV_MAX_FRAMES];    /* global vector of frameOrder[k] against the reference, */
+    int32_t vectorY[TRV_MAX_FRAMES];    /* luma pixels; entry 0 (the reference) is 0, 0 */
+    int32_t frameFate[TRV_MAX_FRAMES];  /* TRV_FRAME_* per input index */
+    int32_t meanLuma;         /* mean luma of the reference */
+    int32_t level;            /* enhancement level 0 (bright) .. 3 (very dark) */
+    float sharpnessRatio;     /* second-sharpest / sharpest frame */
+} _tag_TRV_FUSE_REPORT;
+
+/* Output bytes for a W x H frame: W*H*3/2 (0 for a non-positive size). */
+TRV_API size_t TRV_FuseOutputBytes(int32_t width, int32_t height);
+/* Validated, serialised burst fusion; report may be null. */
+TRV_API int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, __tag_TRV_OFFSCREEN* out,
+                              size_t outCapacity, _tag_TRV_FUSE_REPORT* report);
+/* One-line English description of a TRV_FuseBurst status; never null. */
+TRV_API const char* TRV_StatusText(int32_t status);
 
 /* Stand-alone operations; the burst pipeline never calls them. */
 

@@ -1,0 +1,119 @@
+// TRV_FuseBurst: the pipeline behind a gate that refuses what it cannot
+// process, one caller at a time, with the result always delivered to the
+// caller and the pipeline's decisions reported.
+#include <climits>
+#include <cstring>
+#include <mutex>
+
+#include "pipeline/driver.h"
+#include "trv/trv.h"
+
+namespace trv {
+
+namespace {
+
+// The pipeline keeps its frame state in process-wide variables: one burst at
+// a time.
+std::mutex gFuseLock;
+
+bool isAcceptedInputFormat(int32_t code) { return code == 0 || code == 1 || code == 2 || code == 4; }
+
+int32_t validateBurst(const _tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, const __tag_TRV_OFFSCREEN* out,
+                      size_t outCapacity) {
+    if (in == nullptr || param == nullptr || out == nullptr || out->data == nullptr) return TRV_FUSE_NULL_ARGUMENT;
+    if (in->picNum < 1 || in->picNum > TRV_MAX_FRAMES) return TRV_FUSE_BAD_FRAME_COUNT;
+    for (int32_t i = 0; i < in->picNum; ++i) {
+        if (in->pics[i] == nullptr || in->pics[i]->data == nullptr) return TRV_FUSE_NULL_ARGUMENT;
+    }
+    const int32_t W = in->pics[0]->width, H = in->pics[0]->height;
+    for (int32_t i = 1; i < in->picNum; ++i) {
+        if (in->pics[i]->width != W || in->pics[i]->height != H) return TRV_FUSE_UNEQUAL_SIZES;
+    }
+    if (W < TRV_FUSE_MIN_WIDTH || H < TRV_FUSE_MIN_HEIGHT || (W & 1) != 0 || (H & 1) != 0) return TRV_FUSE_BAD_SIZE;
+    if (static_cast<int64_t>(W) * H * 2 > INT32_MAX) return TRV_FUSE_BAD_SIZE;
+    if (!isAcceptedInputFormat(param->inputFormat)) return TRV_FUSE_BAD_INPUT_FORMAT;
+    if (param->outputFormat != 4) return TRV_FUSE_BAD_OUTPUT_FORMAT;
+    if (outCapacity < TRV_FuseOutputBytes(W, H)) return TRV_FUSE_OUTPUT_TOO_SMALL;
+    return TRV_FUSE_OK;
+}
+
+bool isFused(const _tag_TRV_FUSE_REPORT& report, int32_t frame) {
+    const int32_t listed = report.framesFused < 1 ? 1 : report.framesFused;
+    for (int32_t k = 0; k < listed && k < TRV_MAX_FRAMES; ++k) {
+        if (report.frameOrder[k] == frame) return true;
+    }
+    return false;
+}
+
+void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* report) {
+    memset(report, 0, sizeof *report);
+    report->reference = burst.reference;
+    report->swappedReference = burst.swappedReference;
+    report->framesFused = burst.framesFused;
+    report->meanLuma = burst.meanLuma;
+    report->level = burst.level;
+    report->sharpnessRatio = burst.sharpnessRatio;
+    for (int32_t k = 0; k < burst.framesFused && k < TRV_MAX_FRAMES; ++k) {
+        report->frameOrder[k] = burst.frameOrder[k];
+        if (k > 0) {
+            report->vectorX[k] = burst.globalVectors[k - 1].x;
+            report->vectorY[k] = burst.globalVectors[k - 1].y;
+        }
+    }
+    // A single-frame result is the reference itself, whichever path set it.
+    if (burst.framesFused <= 1) report->frameOrder[0] = burst.reference;
+    for (int32_t i = 0; i < picNum; ++i) {
+        if (isFused(*report, i)) {
+            report->frameFate[i] = TRV_FRAME_FUSED;
+        } else if (!burst.keptByBlurCheck[i]) {
+            report->frameFate[i] = TRV_FRAME_BLURRED;
+        } else if (burst.droppedByScreening[i]) {
+            report->frameFate[i] = TRV_FRAME_SCREENED;
+        } else {
+            report->frameFate[i] = TRV_FRAME_UNUSED;
+        }
+    }
+}
+
+}  // namespace
+
+}  // namespace trv
+
+extern "C" {
+
+size_t TRV_FuseOutputBytes(int32_t width, int32_t height) {
+    if (width <= 0 || height <= 0) return 0;
+    return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+}
+
+int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, __tag_TRV_OFFSCREEN* out,
+                      size_t outCapacity, _tag_TRV_FUSE_REPORT* report) {
+    const int32_t status = trv::validateBurst(in, param, out, outCapacity);
+    if (status != TRV_FUSE_OK) return status;
+
+    // The pipeline takes a mutable parameter record; the caller's stays const.
+    _tag_TRV_PARAM pipelineParam = *param;
+    trv::BurstReport burst;
+    {
+        std::lock_guard<std::mutex> hold(trv::gFuseLock);
+        trv::enhanceBurst(in, out, &pipelineParam, out->data, &burst);
+    }
+    if (report != nullptr) trv::fillReport(burst, in->picNum, report);
+    return TRV_FUSE_OK;
+}
+
+const char* TRV_StatusText(int32_t status) {
+    switch (status) {
+        case TRV_FUSE_OK: return "success";
+        case TRV_FUSE_NULL_ARGUMENT: return "a required pointer (burst, frame, frame data, parameters or output) is null";
+        case TRV_FUSE_BAD_FRAME_COUNT: return "the burst must hold 1 to 6 frames";
+        case TRV_FUSE_UNEQUAL_SIZES: return "all frames of a burst must have the same width and height";
+        case TRV_FUSE_BAD_SIZE: return "width and height must be even, at least 64 x 64, and 2 * W * H must fit in 31 bits";
+        case TRV_FUSE_BAD_INPUT_FORMAT: return "input format must be 0 (planar 4:2:2), 1 (semi-planar 4:2:2), 2 (packed 4:2:2) or 4 (NV21)";
+        case TRV_FUSE_BAD_OUTPUT_FORMAT: return "output format must be 4 (4:2:0 semi-planar)";
+        case TRV_FUSE_OUTPUT_TOO_SMALL: return "output buffer smaller than W * H * 3 / 2 bytes";
+        default: return "unknown status";
+    }
+}
+
+}  // extern "C"

@@ -1,0 +1,239 @@
+// The validated entry point as an integrator uses it: refusals with their
+// status and message, delivery for every input layout, the report, and
+// concurrent callers.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/layouts.h"
+#include "support/synthetic.h"
+#include "trv/trv.h"
+
+namespace {
+
+constexpr int kW = 96, kH = 64;
+
+// A burst of frames in one layout, with a caller-owned output buffer.
+struct Burst {
+    std::vector<std::vector<uint8_t>> frames;
+    std::vector<__tag_TRV_OFFSCREEN> pics;
+    std::vector<uint8_t> result;
+    __tag_TRV_OFFSCREEN out{};
+    _tag_TRV_INPUTINFO in{};
+    _tag_TRV_PARAM param{};
+
+    Burst(const std::vector<trvtest::Planes422>& planes, int code, uint8_t fill = 0x5A) {
+        for (const auto& p : planes) frames.push_back(trvtest::toLayout(p, code));
+        pics.resize(frames.size());
+        in.picNum = static_cast<int32_t>(frames.size());
+        for (size_t i = 0; i < frames.size(); ++i) {
+            pics[i] = {0, planes[i].w, planes[i].h, frames[i].data()};
+            in.pics[i] = &pics[i];
+        }
+        result.assign(TRV_FuseOutputBytes(planes[0].w, planes[0].h), fill);
+        out.data = result.data();
+        TRV_GetDefaultParam(&param);
+        param.inputFormat = code;
+    }
+    int32_t run(_tag_TRV_FUSE_REPORT* report = nullptr) {
+        return TRV_FuseBurst(&in, &param, &out, result.size(), report);
+    }
+};
+
+// Frames of one textured scene, each with its own small noise.
+std::vector<trvtest::Planes422> noisyScene(int frames, int w = kW, int h = kH, uint32_t seed = 7) {
+    trvtest::Planes422 clean = trvtest::randomPlanes(w, h, seed);
+    clean.y = trvtest::texturedPlane(w, h, seed);
+    std::vector<trvtest::Planes422> burst;
+    trvtest::Rng rng(seed * 31 + 1);
+    for (int i = 0; i < frames; ++i) {
+        trvtest::Planes422 p = clean;
+        for (auto& v : p.y) v = static_cast<uint8_t>(std::min(255, std::max(0, v + rng.uniform(-6, 6))));
+        burst.push_back(p);
+    }
+    return burst;
+}
+
+void expectRefused(Burst& b, int32_t expected) {
+    const std::vector<uint8_t> before = b.result;
+    _tag_TRV_FUSE_REPORT report;
+    memset(&report, 0xEE, sizeof report);
+    EXPECT_EQ(b.run(&report), expected);
+    EXPECT_EQ(b.result, before) << "a refused call wrote the output";
+    EXPECT_EQ(report.reference, static_cast<int32_t>(0xEEEEEEEE)) << "a refused call wrote the report";
+    const std::string text = TRV_StatusText(expected);
+    EXPECT_NE(text, TRV_StatusText(TRV_FUSE_OK));
+    EXPECT_NE(text, "unknown status");
+    EXPECT_EQ(text.find('\n'), std::string::npos);
+}
+
+TEST(FuseBurstRefusal, NullPointers) {
+    Burst b(noisyScene(2), 4);
+    _tag_TRV_FUSE_REPORT report{};
+    EXPECT_EQ(TRV_FuseBurst(nullptr, &b.param, &b.out, b.result.size(), &report), TRV_FUSE_NULL_ARGUMENT);
+    EXPECT_EQ(TRV_FuseBurst(&b.in, nullptr, &b.out, b.result.size(), &report), TRV_FUSE_NULL_ARGUMENT);
+    EXPECT_EQ(TRV_FuseBurst(&b.in, &b.param, nullptr, b.result.size(), &report), TRV_FUSE_NULL_ARGUMENT);
+    b.in.pics[1] = nullptr;
+    expectRefused(b, TRV_FUSE_NULL_ARGUMENT);
+    b.in.pics[1] = &b.pics[1];
+    b.pics[1].data = nullptr;
+    expectRefused(b, TRV_FUSE_NULL_ARGUMENT);
+    b.pics[1].data = b.frames[1].data();
+    b.out.data = nullptr;
+    EXPECT_EQ(b.run(), TRV_FUSE_NULL_ARGUMENT);
+}
+
+TEST(FuseBurstRefusal, FrameCountOutsideOneToSix) {
+    Burst b(noisyScene(6), 4);
+    for (int32_t count : {0, -1, 7, 1000}) {
+        b.in.picNum = count;
+        expectRefused(b, TRV_FUSE_BAD_FRAME_COUNT);
+    }
+}
+
+TEST(FuseBurstRefusal, UnequalFrameSizes) {
+    Burst b(noisyScene(3), 4);
+    b.pics[2].width = kW - 2;  // the later frame differs, frame 0 is fine
+    expectRefused(b, TRV_FUSE_UNEQUAL_SIZES);
+    b.pics[2].width = kW;
+    b.pics[1].height = kH + 2;
+    expectRefused(b, TRV_FUSE_UNEQUAL_SIZES);
+}
+
+TEST(FuseBurstRefusal, OddTinyOrHugeSizes) {
+    Burst b(noisyScene(2), 4);
+    const std::pair<int32_t, int32_t> sizes[] = {
+        {kW - 1, kH}, {kW, kH - 1}, {TRV_FUSE_MIN_WIDTH - 2, kH}, {kW, TRV_FUSE_MIN_HEIGHT - 2},
+        {0, 0}, {-64, 64}, {65536, 32768}};
+    for (auto [w, h] : sizes) {
+        for (auto& p : b.pics) {
+            p.width = w;
+            p.height = h;
+        }
+        expectRefused(b, TRV_FUSE_BAD_SIZE);
+    }
+}
+
+TEST(FuseBurstRefusal, FormatCodesWithoutLayout) {
+    Burst b(noisyScene(2), 4);
+    for (int32_t code : {3, 5, 6, -1}) {
+        b.param.inputFormat = code;
+        expectRefused(b, TRV_FUSE_BAD_INPUT_FORMAT);
+    }
+    b.param.inputFormat = 4;
+    for (int32_t code : {0, 1, 6, -1}) {
+        b.param.outputFormat = code;
+        expectRefused(b, TRV_FUSE_BAD_OUTPUT_FORMAT);
+    }
+}
+
+TEST(FuseBurstRefusal, OutputBufferTooSmall) {
+    Burst b(noisyScene(2), 4);
+    const std::vector<uint8_t> before = b.result;
+    EXPECT_EQ(TRV_FuseBurst(&b.in, &b.param, &b.out, b.result.size() - 1, nullptr), TRV_FUSE_OUTPUT_TOO_SMALL);
+    EXPECT_EQ(b.result, before);
+    EXPECT_EQ(TRV_FuseOutputBytes(kW, kH), static_cast<size_t>(kW * kH * 3 / 2));
+    EXPECT_EQ(TRV_FuseOutputBytes(0, kH), 0u);
+    EXPECT_EQ(TRV_FuseOutputBytes(kW, -2), 0u);
+}
+
+TEST(FuseBurstRefusal, EveryStatusHasItsOwnMessage) {
+    const int32_t codes[] = {TRV_FUSE_OK, TRV_FUSE_NULL_ARGUMENT, TRV_FUSE_BAD_FRAME_COUNT, TRV_FUSE_UNEQUAL_SIZES,
+                             TRV_FUSE_BAD_SIZE, TRV_FUSE_BAD_INPUT_FORMAT, TRV_FUSE_BAD_OUTPUT_FORMAT,
+                             TRV_FUSE_OUTPUT_TOO_SMALL};
+    for (int32_t a : codes) {
+        EXPECT_NE(a, 1) << "refusals must not look like TRV_Enhancement's rejected format";
+        for (int32_t b : codes) {
+            if (a != b) {
+                EXPECT_STRNE(TRV_StatusText(a), TRV_StatusText(b));
+            }
+        }
+    }
+    EXPECT_STREQ(TRV_StatusText(12345), "unknown status");
+}
+
+// A single frame is converted: the exact 4:2:0 frame in the input's chroma
+// order, delivered for every layout (TRV_Enhancement itself delivers only
+// for code 4).
+TEST(FuseBurstDelivery, SingleFrameForEveryLayout) {
+    const auto planes = noisyScene(1);
+    for (int code : {0, 1, 2, 4}) {
+        Burst b(planes, code);
+        _tag_TRV_FUSE_REPORT report{};
+        ASSERT_EQ(b.run(&report), TRV_FUSE_OK) << code;
+        EXPECT_EQ(b.result, trvtest::toSemiPlanar420(planes[0])) << code;
+        EXPECT_EQ(b.out.width, kW);
+        EXPECT_EQ(b.out.height, kH);
+        EXPECT_EQ(report.reference, 0);
+        EXPECT_EQ(report.framesFused, 1);
+        EXPECT_EQ(report.frameOrder[0], 0);
+        EXPECT_EQ(report.frameFate[0], TRV_FRAME_FUSED);
+    }
+}
+
+// Whatever the fused bytes are, every byte of the result is written: the
+// same burst into buffers pre-filled differently gives the same bytes.
+TEST(FuseBurstDelivery, MultiFrameResultCoversTheWholeBufferForEveryLayout) {
+    const auto planes = noisyScene(3);
+    for (int code : {0, 1, 2, 4}) {
+        Burst zeros(planes, code, 0x00), ones(planes, code, 0xFF);
+        ASSERT_EQ(zeros.run(), TRV_FUSE_OK) << code;
+        ASSERT_EQ(ones.run(), TRV_FUSE_OK) << code;
+        EXPECT_EQ(zeros.result, ones.result) << code;
+    }
+}
+
+// Flat frames have no edges: the sharpness check drops them, and the report
+// says so; the result is the reference's own conversion.
+TEST(FuseBurstReport, BlurredFramesAreReportedAsSuch) {
+    auto planes = noisyScene(3);
+    for (int i : {1, 2}) std::fill(planes[i].y.begin(), planes[i].y.end(), 100);
+    Burst b(planes, 4);
+    _tag_TRV_FUSE_REPORT report;
+    memset(&report, 0xEE, sizeof report);
+    ASSERT_EQ(b.run(&report), TRV_FUSE_OK);
+    EXPECT_EQ(report.reference, 0);
+    EXPECT_EQ(report.framesFused, 1);
+    EXPECT_EQ(report.frameOrder[0], 0);
+    EXPECT_EQ(report.frameFate[0], TRV_FRAME_FUSED);
+    EXPECT_EQ(report.frameFate[1], TRV_FRAME_BLURRED);
+    EXPECT_EQ(report.frameFate[2], TRV_FRAME_BLURRED);
+    EXPECT_EQ(report.frameFate[3], 0) << "entries beyond the burst are zero";
+    EXPECT_EQ(report.vectorX[0], 0);
+    EXPECT_EQ(report.vectorY[0], 0);
+    EXPECT_EQ(report.sharpnessRatio, 0.0f);
+    EXPECT_EQ(b.result, trvtest::toSemiPlanar420(planes[0]));
+}
+
+// Several threads fusing different bursts at once get exactly the bytes
+// each burst gives on its own.
+TEST(FuseBurstConcurrency, ParallelCallersMatchSerialResults) {
+    constexpr int kCallers = 4;
+    std::vector<std::vector<trvtest::Planes422>> scenes;
+    std::vector<std::vector<uint8_t>> expected;
+    for (int c = 0; c < kCallers; ++c) {
+        scenes.push_back(noisyScene(2 + c % 3, kW, kH, 100 + c));
+        Burst serial(scenes.back(), c % 2 ? 2 : 4);
+        ASSERT_EQ(serial.run(), TRV_FUSE_OK);
+        expected.push_back(serial.result);
+    }
+    std::vector<std::vector<uint8_t>> results(kCallers);
+    std::vector<std::thread> threads;
+    for (int c = 0; c < kCallers; ++c) {
+        threads.emplace_back([&, c] {
+            for (int round = 0; round < 3; ++round) {
+                Burst b(scenes[c], c % 2 ? 2 : 4);
+                if (b.run() != TRV_FUSE_OK) return;
+                if (round == 0 || b.result != results[c]) results[c] = b.result;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    for (int c = 0; c < kCallers; ++c) EXPECT_EQ(results[c], expected[c]) << "caller " << c;
+}
+
+}  // namespace

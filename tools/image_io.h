@@ -1,0 +1,29 @@
+// Reading and writing 8-bit RGB pictures (PNG through libpng, JPEG through
+// libjpeg) and raw files. Errors are thrown as std::runtime_error with a
+// one-line message naming the file.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace trvtool {
+
+struct RgbImage {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgb;  // rows of width * 3 bytes, R G B
+};
+
+// True for names ending in .png, .jpg or .jpeg (any case).
+bool isPictureFile(const std::string& path);
+
+RgbImage readPicture(const std::string& path);
+RgbImage decodePng(const uint8_t* bytes, size_t size, const std::string& what);
+// PNG or JPEG (quality 95) by the file name's extension.
+void writePicture(const std::string& path, const RgbImage& image);
+
+std::vector<uint8_t> readRawFile(const std::string& path);
+void writeRawFile(const std::string& path, const std::vector<uint8_t>& bytes);
+
+}  // namespace trvtool
