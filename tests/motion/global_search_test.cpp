@@ -3,6 +3,7 @@
 // the coarse and refinement passes.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <vector>
 
@@ -138,7 +139,7 @@ TEST(GlobalSearch, TwelveMegapixelFramesRefineToFourPixelsAndScaleTheCost) {
     EXPECT_EQ(found[1].y, model.y);
     EXPECT_EQ(found[1].err, model.err);
     EXPECT_EQ((found[1].x + 67) % 4, 0);
-    EXPECT_EQ(std::abs(found[1].x - -30) <= 2 && std::abs(found[1].y - 6) <= 2, true);
+    EXPECT_TRUE(std::abs(found[1].x - -30) <= 2 && std::abs(found[1].y - 6) <= 2);
     EXPECT_EQ(std::fmod(found[1].err, 16.0), 0.0);
 }
 
