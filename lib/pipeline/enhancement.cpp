@@ -1,9 +1,13 @@
 // TRV_Enhancement: validation, frame analysis, then single-frame conversion
 // or motion search, screening and fusion.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "common/log.h"
+#include "motion/reference_swap.h"
+#include "motion/screening.h"
 #include "pipeline/driver.h"
 #include "pipeline/dump.h"
 #include "pipeline/single_frame.h"
@@ -30,6 +34,71 @@ bool framesPresent(const _tag_TRV_INPUTINFO* in, int32_t frames) {
         if (in->pics[i] == nullptr || in->pics[i]->data == nullptr) return false;
     }
     return true;
+}
+
+constexpr int kMotionRecords = 5;
+constexpr double kSwapSharpnessRatio = 0.99;
+
+// The frames of a burst in the order the stages take them: reference data
+// R, quarter images Q (reference first), the other frames' data F in the
+// order of Q[1..], and the input index of each entry of Q.
+struct FrameLists {
+    uint8_t* R = nullptr;
+    uint8_t* Q[7] = {};
+    uint8_t* F[6] = {};
+    int32_t inputIndex[7] = {};
+};
+
+// Makes the second frame the reference: vectors are re-expressed against
+// it and the errors measured again.
+void swapReference(FrameLists& lists, MV1** mvs, int32_t frames, int32_t W, int32_t H) {
+    std::swap(lists.Q[0], lists.Q[1]);
+    std::swap(lists.R, lists.F[0]);
+    std::swap(lists.inputIndex[0], lists.inputIndex[1]);
+    rebaseOnSecond(mvs, frames);
+    CalcError(lists.R, lists.F, mvs, W, H, frames);
+}
+
+// Global motion, the reference swap, screening, then fusion of what is
+// left (or the single-frame conversion when fewer than two frames remain).
+void alignAndFuse(FrameLists& lists, uint8_t* O, int32_t W, int32_t H, float sharpnessRatio, int32_t level,
+                  int32_t mean, BurstReport* report) {
+    MV1* records = static_cast<MV1*>(calloc(kMotionRecords, sizeof(MV1)));
+    MV1* mvs[kMotionRecords];
+    for (int k = 0; k < kMotionRecords; ++k) mvs[k] = &records[k];
+
+    ME(lists.R, lists.F, mvs, W, H, gPicNum);
+    const bool swapped = gPicNum > 2 && static_cast<double>(sharpnessRatio) > kSwapSharpnessRatio &&
+                         secondIsBetterAnchor(mvs, gPicNum);
+    if (swapped) swapReference(lists, mvs, gPicNum, W, H);
+
+    const int32_t screened = gPicNum < 6 ? gPicNum : 6;
+    int32_t kept[6] = {};
+    screenFrames(lists.F, lists.Q, W >> 2, H >> 2, W, H, mvs, gPicNum, kept);
+    // Screening compacted F and Q; the input indices follow the same rule.
+    int32_t listedIndex[7];
+    std::copy(lists.inputIndex, lists.inputIndex + 7, listedIndex);
+    for (int32_t i = 1, k = 1; i < screened; ++i) {
+        if (kept[i] == 1) lists.inputIndex[k++] = listedIndex[i];
+    }
+
+    if (gPicNum < 2) {
+        convertSingleFrame(gINFormat, lists.R, O, W, H);
+    } else {
+        // Fused: the reference, then the frames that survived screening.
+        uint8_t* FR[6] = {lists.R};
+        for (int32_t k = 0; k + 1 < gPicNum && k < kMotionRecords; ++k) FR[k + 1] = lists.F[k];
+        Merge(FR, lists.Q, O, mvs, gPicNum, W, H, level, mean);
+    }
+
+    if (report != nullptr) {
+        report->swappedReference = swapped ? 1 : 0;
+        for (int32_t i = 1; i < screened; ++i) {
+            if (kept[i] == 0) report->droppedByScreening[listedIndex[i]] = 1;
+        }
+        for (int32_t k = 0; k + 1 < gPicNum && k < kMotionRecords; ++k) report->globalVectors[k] = records[k];
+    }
+    free(records);
 }
 
 }  // namespace
@@ -90,29 +159,25 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
         int32_t kept[6] = {};
         int32_t ref = 0, second = 0;
         const float ratio = kickBlurPic(kept, &ref, &second, picNum);
-        (void)ratio;  // read by the reference-swap rule of the motion stage
 
-        uint8_t* R = in->pics[ref]->data;
-        uint8_t* Q[7] = {};
-        uint8_t* F[6] = {};
-        int32_t order[7] = {ref};  // input index of each listed frame, reference first
-        int32_t listed = 1;
-        Q[0] = quarters[ref];
+        FrameLists lists;
+        lists.R = in->pics[ref]->data;
+        lists.Q[0] = quarters[ref];
+        lists.inputIndex[0] = ref;
         if (gPicNum >= 2) {
             // The second frame is listed even when the blur check dropped it:
             // the lists then hold one frame more than gPicNum and the last one
             // is never used.
-            Q[1] = quarters[second];
-            F[0] = in->pics[second]->data;
-            order[1] = second;
-            listed = 2;
+            int32_t listed = 0;
+            auto list = [&](int32_t i) {
+                lists.Q[listed + 1] = quarters[i];
+                lists.F[listed] = in->pics[i]->data;
+                lists.inputIndex[listed + 1] = i;
+                ++listed;
+            };
+            list(second);
             for (int32_t i = 0; i < picNum; ++i) {
-                if (kept[i] && i != ref && i != second) {
-                    Q[listed] = quarters[i];
-                    F[listed - 1] = in->pics[i]->data;
-                    order[listed] = i;
-                    ++listed;
-                }
+                if (kept[i] && i != ref && i != second) list(i);
             }
         }
 
@@ -129,19 +194,12 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
             logError("out memory empty\n");
         } else {
             int32_t mean = 0;
-            const int32_t level = CalEnhanceID(R, W, H, &mean, histogram);
+            const int32_t level = CalEnhanceID(lists.R, W, H, &mean, histogram);
             gMeanY = mean;
-            MV1 records[5] = {};
-            MV1* mvs[5] = {&records[0], &records[1], &records[2], &records[3], &records[4]};
             if (gPicNum < 2) {
-                convertSingleFrame(gINFormat, R, O, W, H);
+                convertSingleFrame(gINFormat, lists.R, O, W, H);
             } else {
-                // Global motion, the reference swap and frame screening set
-                // the vectors and the surviving count before fusion. Fused:
-                // the reference, then the non-reference frames that survived.
-                uint8_t* FR[6] = {R};
-                for (int32_t k = 0; k + 1 < gPicNum && k < 5; ++k) FR[k + 1] = F[k];
-                Merge(FR, Q, O, mvs, gPicNum, W, H, level, mean);
+                alignAndFuse(lists, O, W, H, ratio, level, mean, report);
             }
             if (report != nullptr) {
                 report->reference = ref;
@@ -153,9 +211,9 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
                 }
                 report->meanLuma = mean;
                 report->level = level;
+                // A burst left with one frame is its reference, converted.
                 report->framesFused = gPicNum < 2 ? 1 : gPicNum;
-                for (int32_t k = 0; k < report->framesFused && k < 6; ++k) report->frameOrder[k] = order[k];
-                for (int32_t k = 0; k + 1 < report->framesFused && k < 5; ++k) report->globalVectors[k] = records[k];
+                for (int32_t k = 0; k < report->framesFused && k < 6; ++k) report->frameOrder[k] = lists.inputIndex[k];
             }
         }
     }

@@ -1,0 +1,228 @@
+// Global motion search: one translation per non-reference frame, found on a
+// central luma crop of the reference by a coarse grid search followed by
+// 3 x 3 refinements at halving steps.
+#include <algorithm>
+#include <cstdlib>
+
+#include "common/arith.h"
+#include "common/threads.h"
+#include "motion/crop.h"
+#include "trv/stages.h"
+
+extern "C" {
+uint8_t* gMEInput = nullptr;
+uint8_t* gMEBaseInput = nullptr;
+uint8_t* gMERef[5] = {};
+MV1* gMEMV[5] = {};
+}
+
+namespace {
+
+using trv::CropGeometry;
+using trv::lumaAt;
+
+constexpr int kCropThreads = 8;
+constexpr int kMaxSearchedFrames = 5;
+constexpr int32_t kLargestUncappedRange = 66;
+constexpr int32_t kRangeCap = 67;
+constexpr int32_t kCoarseSide = 256;  // the coarse level brings both sides to 256 or less
+constexpr int32_t kFinestRefineStep = 4;
+constexpr double kErrScale = 16.0;  // refined costs sample 16 times sparser than the alignment error
+constexpr double kNoCost = 1e30;
+
+// The search in progress: the frame size ME was given (the pipeline passes
+// gW, gH) and its luma family. Written by ME_* before any worker starts.
+struct SearchState {
+    CropGeometry crop;
+    bool planar = true;
+};
+SearchState gSearch;
+
+int32_t searchRange(int32_t W, int32_t H) {
+    const int32_t R = std::min(W / 10, H / 10);
+    return R > kLargestUncappedRange ? kRangeCap : R;
+}
+
+// Smallest k with (W >> k) <= 256 and (H >> k) <= 256.
+int coarseLevel(int32_t W, int32_t H) {
+    int k = 0;
+    while ((W >> k) > kCoarseSide || (H >> k) > kCoarseSide) ++k;
+    return k;
+}
+
+// Cost of the coarse candidate (dx, dy): every step-th column of every
+// step-th crop row. Gives up once a row ends above best (it can then never
+// win). Samples stay inside the frame because |dx|, |dy| <= R <= the margins.
+template <int kBytes>
+double coarseCost(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t dx, int32_t dy,
+                  int32_t step, double best) {
+    double cost = 0.0;
+    for (int32_t r = 0; r < g.cropH; r += step) {
+        const uint8_t* cropRow = crop + static_cast<ptrdiff_t>(r) * g.cropW;
+        uint64_t rowSum = 0;
+        for (int32_t c = 0; c < g.cropW; c += step) {
+            rowSum += static_cast<uint64_t>(
+                trv::absInt(cropRow[c] - lumaAt<kBytes>(ref, g.W, g.mx + dx + c, g.my + dy + r)));
+        }
+        cost += static_cast<double>(rowSum);
+        if (cost > best) break;
+    }
+    return cost;
+}
+
+// Cost of a refinement candidate. Refinement can carry the vector up to
+// s0 - 4 pixels past the range, so the sampled reference coordinates are
+// clamped into the frame; samples that lie inside are read unchanged.
+template <int kBytes>
+double refineCost(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t x, int32_t y,
+                  int32_t step) {
+    double cost = 0.0;
+    for (int32_t r = 0; r < g.cropH; r += step) {
+        const uint8_t* cropRow = crop + static_cast<ptrdiff_t>(r) * g.cropW;
+        const int32_t refRow = trv::clampInt(g.my + y + r, 0, g.H - 1);
+        uint64_t rowSum = 0;
+        for (int32_t c = 0; c < g.cropW; c += step) {
+            const int32_t refCol = trv::clampInt(g.mx + x + c, 0, g.W - 1);
+            rowSum += static_cast<uint64_t>(trv::absInt(cropRow[c] - lumaAt<kBytes>(ref, g.W, refCol, refRow)));
+        }
+        cost += static_cast<double>(rowSum);
+    }
+    return cost;
+}
+
+// One 3 x 3 pass at step s, sampling one crop pixel in 4s x 4s. The fixed
+// visiting order with a strict minimum makes the centre lose ties to the
+// four candidates listed before it.
+template <int kBytes>
+void refinePass(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t s, MV1* mv) {
+    static const int32_t kOrder[9][2] = {{-1, -1}, {0, -1}, {1, -1}, {-1, 0}, {0, 0},
+                                         {1, 0},   {-1, 1}, {0, 1},  {1, 1}};
+    const int32_t x0 = mv->x, y0 = mv->y;
+    double best = kNoCost;
+    for (const auto& offset : kOrder) {
+        const int32_t x = x0 + offset[0] * s, y = y0 + offset[1] * s;
+        const double cost = refineCost<kBytes>(crop, ref, g, x, y, 4 * s);
+        if (cost < best) {
+            best = cost;
+            mv->x = x;
+            mv->y = y;
+            mv->err = cost;
+        }
+    }
+}
+
+template <int kBytes>
+void searchFrame(const uint8_t* crop, const uint8_t* ref, MV1* mv, int32_t W, int32_t H) {
+    const CropGeometry g = CropGeometry::of(W, H);
+    const int32_t R = searchRange(W, H);
+    const int k = coarseLevel(W, H);
+    const int32_t s0 = int32_t{1} << k;
+
+    // Coarse full search, row-major from (-R, -R); ties keep the first.
+    double best = kNoCost;
+    for (int32_t dy = -R; dy <= R; dy += s0) {
+        for (int32_t dx = -R; dx <= R; dx += s0) {
+            const double cost = coarseCost<kBytes>(crop, ref, g, dx, dy, s0, best);
+            if (cost < best) {
+                best = cost;
+                mv->x = dx;
+                mv->y = dy;
+                mv->err = cost;
+            }
+        }
+    }
+    if (k <= 2) return;  // the coarse grid is already 4 pixels or finer
+
+    for (int32_t s = s0 >> 1; s >= kFinestRefineStep; s >>= 1) refinePass<kBytes>(crop, ref, g, s, mv);
+    mv->err *= kErrScale;
+}
+
+template <int kBytes>
+void fillCropBand(int band) {
+    const CropGeometry& g = gSearch.crop;
+    if (gMEInput == nullptr || gMEBaseInput == nullptr || g.empty()) return;
+    const int32_t rowsPerBand = g.cropH / kCropThreads;
+    const int32_t begin = band * rowsPerBand;
+    const int32_t end = band == kCropThreads - 1 ? g.cropH : begin + rowsPerBand;
+    trv::copyCropRows<kBytes>(gMEBaseInput, gMEInput, g, begin, end);
+}
+
+void runSearch(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n, bool planar) {
+    gSearch.crop = CropGeometry::of(W, H);
+    gSearch.planar = planar;
+    gMEInput = trv::allocateCrop(gSearch.crop);
+    gMEBaseInput = base;
+    if (planar) {
+        fillBaseImg_YV16();
+    } else {
+        fillBaseImg_YUV422();
+    }
+    if (n > 1) {
+        // The per-frame tables hold five frames; a longer burst searches its first five.
+        const int searched = std::min(n - 1, kMaxSearchedFrames);
+        for (int i = 0; i < searched; ++i) {
+            gMERef[i] = frames[i];
+            gMEMV[i] = mvs[i];
+        }
+        trv::runWorkers(METhread, searched);
+    }
+    free(gMEInput);
+    gMEInput = nullptr;
+}
+
+}  // namespace
+
+extern "C" {
+
+void xMotionEstimation_YV16(unsigned char* crop, unsigned char* ref, MV1* mv, int W, int H) {
+    searchFrame<1>(crop, ref, mv, W, H);
+}
+
+void xMotionEstimation_YUV422(unsigned char* crop, unsigned char* ref, MV1* mv, int W, int H) {
+    searchFrame<2>(crop, ref, mv, W, H);
+}
+
+void* fillImg0_YV16(void* index) {
+    fillCropBand<1>(*static_cast<int*>(index));
+    return nullptr;
+}
+
+void* fillImg0_YUV422(void* index) {
+    fillCropBand<2>(*static_cast<int*>(index));
+    return nullptr;
+}
+
+void fillBaseImg_YV16(void) { trv::runWorkers(fillImg0_YV16, kCropThreads); }
+
+void fillBaseImg_YUV422(void) { trv::runWorkers(fillImg0_YUV422, kCropThreads); }
+
+// Searches with the luma family of the ME_* call in progress, which ME chose
+// from gINFormat, so a frame is never read with the other family's stride.
+void* METhread(void* index) {
+    const int i = *static_cast<int*>(index);
+    const CropGeometry& g = gSearch.crop;
+    if (gSearch.planar) {
+        xMotionEstimation_YV16(gMEInput, gMERef[i], gMEMV[i], g.W, g.H);
+    } else {
+        xMotionEstimation_YUV422(gMEInput, gMERef[i], gMEMV[i], g.W, g.H);
+    }
+    return nullptr;
+}
+
+void ME_YV16(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n) {
+    runSearch(base, frames, mvs, W, H, n, true);
+}
+
+void ME_YUV422(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n) {
+    runSearch(base, frames, mvs, W, H, n, false);
+}
+
+void ME(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n) {
+    if (trv::isPlanarLuma(gINFormat)) {
+        ME_YV16(base, frames, mvs, W, H, n);
+    } else {
+        ME_YUV422(base, frames, mvs, W, H, n);
+    }
+}
+
+}  // extern "C"
