@@ -55,14 +55,17 @@ int tableSetFor(int id, int level) {
 void processBand(int i, bool toneMap) {
     const int L = gDown_level, W = gW, H = gH;
     if (W < 1 || H < 1) return;
-    const int B = L > 0 ? trv::toneBandRows(H, L) : 0;
+    const int B = L != 0 ? trv::toneBandRows(H, L) : 0;
     const int rows = i == kBands - 1 ? H - (kBands - 1) * B : B;
     const int last = i == kBands - 1 ? 1 : 0;
     const size_t frame = static_cast<size_t>(W) * H;
     uint8_t* inY = gCImgIn + static_cast<size_t>(i) * W * B;
     uint8_t* inC = gCImgIn + static_cast<size_t>(W) * (H + ((i * B) >> 1));
     uint8_t* outY = gCImgOut + static_cast<size_t>(i) * W * B;
-    uint8_t* blurred = toneMap ? gGauss + static_cast<size_t>(i) * trv::cellCount(W, L) * (B / L) : nullptr;
+    // Only cell sizes 4 and 8 have kernels; other bands stay unwritten.
+    const bool kernelFits = L == 4 || L == 8;
+    uint8_t* blurred =
+        toneMap && kernelFits ? gGauss + static_cast<size_t>(i) * trv::cellCount(W, L) * (B / L) : nullptr;
     const int format = gOUTFormat;
     if (format == 0) {
         uint8_t* outC = gCImgOut + frame + static_cast<size_t>(i) * B * (W / 2);

@@ -207,6 +207,20 @@ TEST_F(ToneEnhance, UnknownIdConvertsInsteadOfReadingAStalePlane) {
     EXPECT_EQ(gScaleTb, gains);
 }
 
+TEST_F(ToneEnhance, CellSizesWithoutAKernelLeaveTheBandsUnwritten) {
+    Bytes frame = randomFrame(32, 32, 8);
+    useFrame(32, 32, 4);
+    gCImgIn = frame.data();
+    gColorEnhanceID = 1;
+    for (int L : {0, 5, -4}) {
+        Bytes out(outputBytes(32, 32, 4), 77);
+        gCImgOut = out.data();
+        gDown_level = L;
+        RunImgEnhance();
+        EXPECT_EQ(out, Bytes(out.size(), 77)) << "L " << L;
+    }
+}
+
 // The entry against the same steps run by hand: plane, blur, then each band's
 // kernel at the band geometry worked out here.
 TEST_F(ToneEnhance, BandsTileTheFrameWithTheirCellRows) {
