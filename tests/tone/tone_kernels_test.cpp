@@ -223,13 +223,18 @@ TEST_F(ToneKernels, CellRowExpansionInterpolatesAllButTheLastCell) {
 
 // Widths and heights reach every vector path and tail: partial and whole
 // last cells, fewer than one cell, and more than sixteen cells across.
+// Half the runs go without the luma floor table (gain from the blur alone).
 TEST_F(ToneKernels, AllMembersMatchThePerPixelRule) {
-    createTHTable();
     int seed = 1;
     for (int L : {4, 8}) {
         for (Layout layout : {Layout::Nv21, Layout::Yv16, Layout::Yuyv}) {
             for (int W : {2, 6, L, 3 * L, 18 * L + 2, 20 * L, 150}) {
                 for (int rows : {2, L, 2 * L + 2, 3 * L}) {
+                    if (seed % 4 < 2) {
+                        createTHTable();
+                    } else {
+                        std::memset(gTHTable, 0, sizeof gTHTable);
+                    }
                     gScaleTb = seed % 2 ? ScaleTable1 : ScaleTable4;
                     gUVScaleTb = seed % 2 ? uvScaleTable1 : uvScaleTable4;
                     KernelRun last = runKernel(layout, L, W, rows, true, seed++);
@@ -242,20 +247,6 @@ TEST_F(ToneKernels, AllMembersMatchThePerPixelRule) {
             }
         }
     }
-}
-
-TEST_F(ToneKernels, BrightnessFloorAloneDecidesWhenTheBlurIsDark) {
-    // Without the floor table the gain follows the blurred value; with it,
-    // bright pixels are no longer brightened as if they sat in the dark.
-    std::memset(gTHTable, 0, 256);
-    gScaleTb = ScaleTable1;
-    gUVScaleTb = uvScaleTable1;
-    KernelRun dark = runKernel(Layout::Nv21, 8, 16, 8, true, 77);
-    expectMatchesModel(Layout::Nv21, dark, 16, 8);
-    createTHTable();
-    KernelRun floored = runKernel(Layout::Nv21, 8, 16, 8, true, 77);
-    expectMatchesModel(Layout::Nv21, floored, 16, 8);
-    EXPECT_NE(dark.out, floored.out);
 }
 
 TEST_F(ToneKernels, FullBrightnessKeepsLumaAndGreyKeepsChroma) {
