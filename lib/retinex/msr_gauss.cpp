@@ -4,14 +4,13 @@
 #include <algorithm>
 #include <vector>
 
-#include "common/threads.h"
+#include "retinex/line_split.h"
 #include "retinex/msr_internal.h"
 #include "trv/stages.h"
 
 namespace {
 
 constexpr int kPlanes = 3;
-constexpr int kLineThreads = 4;
 
 // The quarter planes as the blur sees them. Their size comes from the
 // pipeline's frame size (gW / 4 x gH / 4); when that disagrees with the
@@ -33,13 +32,6 @@ bool planeView(int p, PlaneView* view) {
     return view->rows > 0 && view->cols > 0;
 }
 
-// Part j of count lines: [j s, min((j + 1) s, count)) with s = count / 4 + 1.
-void linePart(int j, int count, int* begin, int* end) {
-    const int span = count / kLineThreads + 1;
-    *begin = std::min(std::max(j, 0) * span, count);
-    *end = std::min((std::max(j, 0) + 1) * span, count);
-}
-
 // Thread argument 100 p + j: plane p, part j.
 void* filterPart(void* arg, bool columns) {
     const int value = *static_cast<int*>(arg);
@@ -47,10 +39,9 @@ void* filterPart(void* arg, bool columns) {
     if (!planeView(value / 100, &v)) return nullptr;
     const int lines = columns ? v.cols : v.rows;
     const int n = columns ? v.rows : v.cols;
-    int begin, end;
-    linePart(value % 100, lines, &begin, &end);
+    const trv::LineRange part = trv::lineQuarter(value % 100, lines);
     std::vector<int32_t> fwd(static_cast<size_t>(n) + 3), back(static_cast<size_t>(n) + 3);
-    for (int k = begin; k < end; ++k) {
+    for (int k = part.begin; k < part.end; ++k) {
         if (columns) {
             trv::msrGaussLine(v.base + k, n, v.stride, fwd.data(), back.data());
         } else {
@@ -58,12 +49,6 @@ void* filterPart(void* arg, bool columns) {
         }
     }
     return nullptr;
-}
-
-void runParts(trv::ThreadBody body, int p) {
-    int args[kLineThreads];
-    for (int j = 0; j < kLineThreads; ++j) args[j] = 100 * p + j;
-    trv::runWorkers(body, args, kLineThreads);
 }
 
 }  // namespace
@@ -92,8 +77,8 @@ void* GaussThread1(void* arg) { return filterPart(arg, false); }
 void* GaussThread2(void* arg) { return filterPart(arg, true); }
 
 void RunGaussThread(int p) {
-    runParts(GaussThread1, p);
-    runParts(GaussThread2, p);
+    trv::runLineQuarters(GaussThread1, 100 * p);
+    trv::runLineQuarters(GaussThread2, 100 * p);
 }
 
 void* singleMSR(void* plane) {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "common/threads.h"
+#include "retinex/line_split.h"
 #include "tone/blur_line.h"
 #include "trv/stages.h"
 
@@ -27,18 +27,8 @@ int32_t* gBlurResult = nullptr;
 namespace {
 
 constexpr int kLevels = 3;
-constexpr int kPassThreads = 4;
+constexpr int kPassThreads = trv::kLineParts;
 constexpr int kMergeLevel = 2;
-
-// Lines [part * span, min((part + 1) * span, count)) with span = count / 4 + 1;
-// the start is clamped too, so tiny sizes leave later parts empty.
-struct LineRange {
-    int begin, end;
-};
-LineRange linePart(int part, int count) {
-    const int span = count / kPassThreads + 1;
-    return {std::min(part * span, count), std::min((part + 1) * span, count)};
-}
 
 // Merge of one pixel: mean of the three levels, floored by the luma curve and
 // pulled 80 % of the way up towards brighter input (weighted by the input).
@@ -56,7 +46,7 @@ void* blurRowsThread(void* arg) {
     const int t = *static_cast<int*>(arg);
     const int level = t / kPassThreads;
     const int w = gBlurSrcW;
-    const LineRange rows = linePart(t % kPassThreads, gBlurSrcH);
+    const trv::LineRange rows = trv::lineQuarter(t % kPassThreads, gBlurSrcH);
     std::vector<float> buf(static_cast<size_t>(w) + 3);
     for (int y = rows.begin; y < rows.end; ++y) {
         const uint8_t* src = gBlurSrc + static_cast<size_t>(y) * w;
@@ -74,7 +64,7 @@ void* blurColumnsThread(void* arg) {
     const int t = *static_cast<int*>(arg);
     const int level = t / kPassThreads;
     const int w = gBlurSrcW, h = gBlurSrcH;
-    const LineRange cols = linePart(t % kPassThreads, w);
+    const trv::LineRange cols = trv::lineQuarter(t % kPassThreads, w);
     uint8_t* img = gVerImg[level];
     std::vector<float> buf(static_cast<size_t>(h) + 3);
     for (int x = cols.begin; x < cols.end; ++x) {
@@ -87,12 +77,6 @@ void* blurColumnsThread(void* arg) {
         }
     }
     return nullptr;
-}
-
-void runPass(trv::ThreadBody body, int level) {
-    int args[kPassThreads];
-    for (int j = 0; j < kPassThreads; ++j) args[j] = kPassThreads * level + j;
-    trv::runWorkers(body, args, kPassThreads);
 }
 
 }  // namespace
@@ -114,8 +98,8 @@ void MultiBlur(unsigned char* input, unsigned char* output, int w, int h) {
         gGauss3_coefs[level] = trv::gauss3Coefs(gSigma[level]);
         vec_b0 = trv::forwardCoefs(gGauss3_coefs[level]);
         vec_b1 = trv::backwardCoefs(gGauss3_coefs[level]);
-        runPass(blurRowsThread, level);
-        runPass(blurColumnsThread, level);
+        trv::runLineQuarters(blurRowsThread, kPassThreads * level);
+        trv::runLineQuarters(blurColumnsThread, kPassThreads * level);
     }
     for (uint8_t*& level : gVerImg) {
         std::free(level);

@@ -3,6 +3,8 @@
 // power-law mapping, plus the worked values and odd geometries.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "retinex/msr_internal.h"
@@ -144,14 +146,6 @@ TEST_F(MsrTest, LineFilterMatchesModelInRowsAndColumns) {
             }
         }
     }
-    // Flat stays flat; a step comes out three samples late.
-    std::vector<uint8_t> flat(30, 123), step(40, 0);
-    EXPECT_EQ(modelLine(flat), flat);
-    for (int i = 20; i < 40; ++i) step[i] = 200;
-    const std::vector<uint8_t> blurred = modelLine(step);
-    EXPECT_EQ(blurred[0], 0);
-    EXPECT_LT(blurred[22], 100);
-    EXPECT_GT(blurred[24], 100);
 }
 
 TEST_F(MsrTest, FlatImageUnchangedAndDarkSampleOnBrightGround) {

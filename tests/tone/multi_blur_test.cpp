@@ -3,6 +3,7 @@
 // and the merge rule's worked examples.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <vector>
@@ -85,6 +86,13 @@ protected:
     void SetUp() override { std::memcpy(savedTH_, gTHTable, sizeof savedTH_); }
     void TearDown() override { std::memcpy(gTHTable, savedTH_, sizeof savedTH_); }
     static void clearTH() { std::memset(gTHTable, 0, sizeof gTHTable); }
+    static void setFloorCurve(bool filled) {
+        if (filled) {
+            createTHTable();
+        } else {
+            clearTH();
+        }
+    }
     static std::vector<uint8_t> blur(std::vector<uint8_t> in, int w, int h) {
         std::vector<uint8_t> out(in.size() + 1, 0xEE);
         MultiBlur(in.data(), out.data(), w, h);
@@ -135,14 +143,6 @@ TEST_F(MultiBlurTest, CoefficientsPerScale) {
         EXPECT_EQ(c.b3_b0, 0.00033983587184773943);
         EXPECT_EQ(c.b0, 1.87821364402771);
     }
-    // Lane order of the two coefficient vectors.
-    float f[4], b[4];
-    vst1q_f32(f, trv::forwardCoefs(c5));
-    vst1q_f32(b, trv::backwardCoefs(c5));
-    EXPECT_EQ(f[0], static_cast<float>(c5.b3_b0));
-    EXPECT_EQ(f[3], static_cast<float>(c5.B));
-    EXPECT_EQ(b[0], static_cast<float>(c5.B));
-    EXPECT_EQ(b[3], static_cast<float>(c5.b3_b0));
 }
 
 TEST_F(MultiBlurTest, LineFilterMatchesScalarModelExactly) {
@@ -180,7 +180,7 @@ TEST_F(MultiBlurTest, ImpulseResponseIsGaussianLaggingThreeSamples) {
 TEST_F(MultiBlurTest, WholeBlurMatchesModelOnOddAndTinySizes) {
     const int sizes[][2] = {{37, 23}, {64, 48}, {5, 71}, {1, 1}, {1, 9}, {9, 1}, {3, 2}, {2, 3}, {4, 4}, {6, 5}};
     for (bool floorCurve : {false, true}) {
-        if (floorCurve) createTHTable(); else clearTH();
+        setFloorCurve(floorCurve);
         for (const auto& size : sizes) {
             const int w = size[0], h = size[1];
             const std::vector<uint8_t> in = trvtest::randomBytes(static_cast<size_t>(w) * h, 31u * w + h);
@@ -193,7 +193,7 @@ TEST_F(MultiBlurTest, WholeBlurMatchesModelOnOddAndTinySizes) {
 
 TEST_F(MultiBlurTest, FlatImageStaysFlatAndScratchIsReleased) {
     for (bool floorCurve : {false, true}) {
-        if (floorCurve) createTHTable(); else clearTH();
+        setFloorCurve(floorCurve);
         for (int v : {0, 1, 100, 254, 255}) {
             const std::vector<uint8_t> out = blur(std::vector<uint8_t>(40 * 30, static_cast<uint8_t>(v)), 40, 30);
             for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], v) << "v=" << v << " at " << i;
