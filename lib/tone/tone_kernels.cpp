@@ -57,11 +57,10 @@ inline uint8_t scaleChroma(uint8_t c, int t, int32_t negativeOffset, int32_t pos
     return static_cast<uint8_t>(static_cast<int>(shifted));
 }
 
-
 // The per-pixel rule of one band at cell size L. Each row pair first builds
-// its blurred cell row (vertical interpolation between cell rows, except in
-// the last band's rows below the last whole interpolation step) and expands
-// it to one blurred value per column pair.
+// its blurred cell row (interpolated between two cell rows, except for the
+// last band's rows past its last whole interpolation step, which take the
+// last cell row as it is) and expands it to one blurred value per column pair.
 template <int L>
 class ToneRule {
   public:
