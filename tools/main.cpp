@@ -1,4 +1,5 @@
-// trv: fuse bursts, run the demo and the evaluation from the command line.
+// trv: fuse bursts, run the demo and the evaluation, and the stand-alone
+// retinex and tone operations, from the command line.
 #include <exception>
 #include <iostream>
 
@@ -10,9 +11,7 @@ int main(int argc, char** argv) {
     trvtool::addFuseCommand(app);
     trvtool::addDemoCommand(app);
     trvtool::addEvalCommand(app);
-#ifdef TRV_TOOL_STANDALONE_OPS
     trvtool::addStandaloneCommands(app);
-#endif
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
