@@ -1,0 +1,124 @@
+// Pinned results: fixed inputs through the whole burst pipeline and the
+// stand-alone operations, checked against checksums recorded once. The same
+// binary runs on x86-64, armv7 and aarch64, so a result that differs on any
+// CPU (a fused multiply-add, a lane-order slip, a platform rounding) fails
+// there.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "pipeline/driver.h"
+#include "pipeline/single_frame.h"
+#include "support/layouts.h"
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace {
+
+constexpr int kW = 320, kH = 240, kPad = 8;
+
+// FNV-1a, 64-bit: a plain, portable checksum of a byte buffer.
+uint64_t checksum(const std::vector<uint8_t>& bytes) {
+    uint64_t h = 0xcbf29ce484222325ull;
+    for (uint8_t b : bytes) h = (h ^ b) * 0x100000001b3ull;
+    return h;
+}
+
+// Frame k of a handheld burst: a crop of a larger textured scene at its own
+// even offset (on the search grid of this frame size, so screening keeps the
+// frames; and chroma pairs stay whole), with noise of its own.
+trvtest::Planes422 burstFrame(int k) {
+    static const int kOffsets[6][2] = {{0, 0}, {4, -2}, {-6, 4}, {2, 6}, {-4, -6}, {8, 2}};
+    const int cw = kW + 2 * kPad, ch = kH + 2 * kPad;
+    static const std::vector<uint8_t> sceneY = trvtest::texturedPlane(cw, ch, 11);
+    static const std::vector<uint8_t> sceneU = trvtest::texturedPlane(cw / 2, ch, 12);
+    static const std::vector<uint8_t> sceneV = trvtest::texturedPlane(cw / 2, ch, 13);
+    const int dx = kOffsets[k][0], dy = kOffsets[k][1];
+    trvtest::Rng rng(100u + static_cast<uint32_t>(k));
+    auto noisy = [&](uint8_t v) {
+        const int n = v / 2 + rng.uniform(-3, 3);  // a dim scene
+        return static_cast<uint8_t>(std::clamp(n, 0, 255));
+    };
+    trvtest::Planes422 p;
+    p.w = kW;
+    p.h = kH;
+    for (int r = 0; r < kH; ++r) {
+        for (int x = 0; x < kW; ++x) p.y.push_back(noisy(sceneY[static_cast<size_t>(r + kPad + dy) * cw + x + kPad + dx]));
+        for (int x = 0; x < kW / 2; ++x) {
+            const size_t at = static_cast<size_t>(r + kPad + dy) * (cw / 2) + x + (kPad + dx) / 2;
+            p.first.push_back(sceneV[at]);
+            p.second.push_back(sceneU[at]);
+        }
+    }
+    return p;
+}
+
+// The burst's result for every input layout, delivered whatever the code.
+std::vector<uint8_t> fuse(int frames, int format) {
+    std::vector<std::vector<uint8_t>> data;
+    std::vector<__tag_TRV_OFFSCREEN> pics(static_cast<size_t>(frames));
+    _tag_TRV_INPUTINFO in{};
+    in.picNum = frames;
+    for (int k = 0; k < frames; ++k) data.push_back(trvtest::toLayout(burstFrame(k), format));
+    for (int k = 0; k < frames; ++k) {
+        pics[static_cast<size_t>(k)] = {0, kW, kH, data[static_cast<size_t>(k)].data()};
+        in.pics[k] = &pics[static_cast<size_t>(k)];
+    }
+    std::vector<uint8_t> result(trv::singleFrameOutputBytes(kW, kH), 0);
+    __tag_TRV_OFFSCREEN out{0, 0, 0, nullptr};
+    _tag_TRV_PARAM param{};
+    TRV_GetDefaultParam(&param);
+    param.inputFormat = format;
+    trv::enhanceBurst(&in, &out, &param, result.data(), nullptr);
+    return result;
+}
+
+TEST(Golden, BurstFusionGivesTheSameBytesOnEveryCpu) {
+    struct Case {
+        int frames, format;
+        uint64_t expected;
+    };
+    const Case cases[] = {
+        {6, 4, 0x31e8fe6d8fd88243ull}, {4, 4, 0x4fea116ab83a2685ull}, {2, 4, 0x5391785311686508ull},
+        {6, 0, 0x397cef0d19aba6bdull}, {6, 1, 0xfdbbb3cce4d512f8ull}, {6, 2, 0x60961b9500cb6ec4ull},
+    };
+    for (const Case& c : cases) {
+        const uint64_t got = checksum(fuse(c.frames, c.format));
+        EXPECT_EQ(got, c.expected) << std::hex << "frames " << c.frames << " format " << c.format << " got 0x" << got;
+    }
+}
+
+// The stand-alone operations keep float and fixed-point recursions that are
+// easy to perturb by a last bit: pin each once.
+TEST(Golden, StandaloneOperationsGiveTheSameBytesOnEveryCpu) {
+    const trvtest::Planes422 frame = burstFrame(0);
+    std::vector<uint8_t> nv21 = trvtest::toSemiPlanar420(frame);
+    gW = kW;
+    gH = kH;
+    gOUTFormat = 4;
+
+    uint8_t savedFloor[256];
+    std::memcpy(savedFloor, gTHTable, sizeof savedFloor);
+    std::memset(gTHTable, 0, sizeof gTHTable);
+
+    std::vector<uint8_t> blurred(static_cast<size_t>(kW) * kH, 0);
+    MultiBlur(nv21.data(), blurred.data(), kW, kH);
+    EXPECT_EQ(checksum(blurred), 0x375e5a125744eb29ull) << std::hex << "MultiBlur 0x" << checksum(blurred);
+
+    std::vector<uint8_t> retinex = nv21;
+    MSR(retinex.data(), kW, kH);
+    EXPECT_EQ(checksum(retinex), 0xdcc1485d04661decull) << std::hex << "MSR 0x" << checksum(retinex);
+
+    createTHTable();
+    for (int id : {1, 2, 3}) {
+        std::vector<uint8_t> toned(nv21.size(), 0);
+        xImgEnhance_YCrCb(nv21.data(), toned.data(), kW, kH, id, 50);
+        const uint64_t expected[] = {0xc4c77beb7ce8f6f8ull, 0xbf5e2bfd6befec76ull, 0x7daac83e007c7725ull};
+        EXPECT_EQ(checksum(toned), expected[id - 1]) << std::hex << "tone id " << id << " 0x" << checksum(toned);
+    }
+    std::memcpy(gTHTable, savedFloor, sizeof savedFloor);
+}
+
+}  // namespace
