@@ -1,5 +1,5 @@
-// Per-block refinement against plain models of the stated rules, on random
-// blocks of awkward widths, with hand-built bias and tie cases, and with
+// Per-block refinement against plain models of the stated rules on random
+// blocks of awkward widths, hand-built bias, tie and lane-overflow cases, and
 // blocks that end exactly at the end of their buffer.
 #include <gtest/gtest.h>
 
@@ -8,11 +8,15 @@
 #include <utility>
 #include <vector>
 
+#include "motion/scene.h"
 #include "support/synthetic.h"
 #include "trv/stages.h"
 
 namespace {
 
+using motiontest::vec;
+using motiontest::xy;
+using P = std::pair<int, int>;
 using Quarter = void (*)(unsigned char*, unsigned char*, int*, MV1*, int, int, int, int, int);
 using FullRes = void (*)(unsigned char*, unsigned char*, MV1*, int, int, int, int, int);
 
@@ -26,28 +30,24 @@ MV1 modelQuarter(const uint8_t* cur, const uint8_t* ref, int W, const int* start
         return s;
     };
     double best = 0.95 * cost(0, 0);
-    MV1 out{};
-    out.x = start[0];
-    out.y = start[1];
+    int bx = 0, by = 0;
     for (int dy = -r; dy <= r; ++dy) {
         for (int dx = -r; dx <= r; ++dx) {
             const double c = (dx || dy) ? cost(dx, dy) : best;
-            if (c < best) best = c, out.x = start[0] + dx, out.y = start[1] + dy;
+            if (c < best) best = c, bx = dx, by = dy;
         }
     }
-    out.x *= 4;
-    out.y *= 4;
-    return out;
+    return vec(4 * (start[0] + bx), 4 * (start[1] + by));
 }
 
 // Full resolution: rows every 8, columns every colStep, luma `bytes` apart,
-// candidates dx in dxFirst .. dxFirst + dxCount - 1 for each dy in [-r, r].
+// candidates dx in -r .. -r + dxCount - 1 for each dy in [-r, r].
 MV1 modelFullRes(const uint8_t* cur, const uint8_t* ref, int W, int bytes, int colStep, MV1 mv, int bw, int bh,
-                 int r, int dxFirst, int dxCount) {
+                 int r, int dxCount) {
     const int x0 = mv.x, y0 = mv.y;
     double best = 1e30;
     for (int dy = -r; dy <= r; ++dy) {
-        for (int dx = dxFirst; dx < dxFirst + dxCount; ++dx) {
+        for (int dx = -r; dx < -r + dxCount; ++dx) {
             double s = 0.0;
             for (int y = 0; y < bh; y += 8)
                 for (int x = 0; x < bw; x += colStep)
@@ -77,12 +77,6 @@ struct BlockPair {
     uint8_t* refBlock(int bytes) { return ref.data() + (8 * W + 8) * bytes; }
 };
 
-#define EXPECT_VECTOR(got, wx, wy) \
-    do {                           \
-        EXPECT_EQ((got).x, (wx));  \
-        EXPECT_EQ((got).y, (wy));  \
-    } while (0)
-
 TEST(BlockRefinement, MatchesModelsOnRandomBlocks) {
     // Full resolution: the planar vector kernels try five columns from -r,
     // the plain planar and packed rules 2r + 1.
@@ -104,18 +98,15 @@ TEST(BlockRefinement, MatchesModelsOnRandomBlocks) {
                 for (Quarter refine : {RefineMVS_neon, RefineMVS}) {
                     MV1 got{};
                     refine(p.curBlock(1), p.refBlock(1), start, &got, p.W, p.H, bw, bh, r);
-                    ASSERT_TRUE(got.x == wantQ.x && got.y == wantQ.y);
+                    ASSERT_EQ(xy(got), xy(wantQ));
                 }
-                MV1 from{};
-                from.x = 40;
-                from.y = -8;
                 for (size_t k = 0; k < std::size(kernels); ++k) {
                     const auto& K = kernels[k];
-                    MV1 got = from;
+                    MV1 got = vec(40, -8);
                     K.refine(p.curBlock(K.bytes), p.refBlock(K.bytes), &got, p.W, p.H, bw, bh, r);
                     const MV1 want = modelFullRes(p.curBlock(K.bytes), p.refBlock(K.bytes), p.W, K.bytes, K.colStep,
-                                                  from, bw, bh, r, -r, K.five ? 5 : 2 * r + 1);
-                    ASSERT_TRUE(got.x == want.x && got.y == want.y) << "kernel " << k;
+                                                  vec(40, -8), bw, bh, r, K.five ? 5 : 2 * r + 1);
+                    ASSERT_EQ(xy(got), xy(want)) << "kernel " << k;
                 }
             }
         }
@@ -132,30 +123,28 @@ TEST(BlockRefinement, WideRowsDoNotWrapTheirLaneSums) {
     uint8_t* c = cur.data() + 3 * W + 4;
     uint8_t* rf = ref.data() + 3 * W + 4;
     for (int x = -4; x < 8188; ++x) rf[-2 * W + x] = 0;
-    MV1 full{};
+    MV1 full{}, quarter{};
     RefineMV_YV16_neon(c, rf, &full, W, 0, bw, 1, 2);
-    EXPECT_VECTOR(full, -2, -1);
+    EXPECT_EQ(xy(full), P(-2, -1));
     // The quarter stage needs a nonzero centre cost: column 8192 differs by
     // 28 (best = 26.6).
     rf[8192] = 100;
     int start[2] = {1, 1};
-    MV1 quarter{};
     RefineMVS_neon(c, rf, start, &quarter, W, 0, bw, 1, 2);
-    EXPECT_VECTOR(quarter, 4 * (1 - 2), 4 * (1 - 1));
+    EXPECT_EQ(xy(quarter), P(4 * (1 - 2), 4 * (1 - 1)));
 }
 
 TEST(BlockRefinement, QuarterScaleBiasFavoursTheUnchangedVector) {
     // One sample (bw = 2, bh = 1): centre |100 - 0| = 100, so best = 95. A
-    // neighbour costing 95 does not beat it; one costing 94 does.
+    // neighbour (1, 0) costing 95 does not beat it; one costing 94 does.
     const int W = 8;
     std::vector<uint8_t> cur(W * 8, 100), ref(W * 8, 0);
-    uint8_t* rf = ref.data() + 3 * W + 3;
     int start[2] = {5, -2};
-    for (auto [neighbour, wantX] : {std::pair{5, 20}, std::pair{6, 24}}) {
-        rf[1] = static_cast<uint8_t>(neighbour);  // candidate (1, 0)
+    for (auto [neighbour, wantX] : {P(5, 20), P(6, 24)}) {
+        ref[3 * W + 4] = static_cast<uint8_t>(neighbour);
         MV1 out{};
-        RefineMVS_neon(cur.data() + 3 * W + 3, rf, start, &out, W, 8, 2, 1, 2);
-        EXPECT_VECTOR(out, wantX, -8);
+        RefineMVS_neon(cur.data() + 3 * W + 3, ref.data() + 3 * W + 3, start, &out, W, 8, 2, 1, 2);
+        EXPECT_EQ(xy(out), P(wantX, -8));
     }
 }
 
@@ -170,31 +159,28 @@ TEST(BlockRefinement, EmptyAndFlatBlocksFollowTheTieRules) {
         int start[2] = {3, 4};
         MV1 q{};
         RefineMVS_neon(c, c, start, &q, W, 40, 16, bh, 2);
-        EXPECT_VECTOR(q, 12, 16);
+        EXPECT_EQ(xy(q), P(12, 16)) << bh;
         for (FullRes refine : {RefineMV_YV16_neon, RefineMV_YV16, RefineMV}) {
-            MV1 mv{};
-            mv.x = 7;
-            mv.y = -1;
+            MV1 mv = vec(7, -1);
             refine(c, c, &mv, W / 2, 40, 16, bh, 2);
-            EXPECT_VECTOR(mv, 5, -3);
+            EXPECT_EQ(xy(mv), P(5, -3)) << bh;
         }
     }
     // A negative radius: the quarter stage only scales, the others do nothing.
     int start[2] = {-2, 1};
-    MV1 q{}, mv{};
-    mv.x = 9;
+    MV1 q{}, mv = vec(9, 0);
     RefineMVS_neon(c, c, start, &q, W, 40, 16, 16, -1);
     RefineMV_YV16_neon(c, c, &mv, W, 40, 16, 16, -1);
-    EXPECT_VECTOR(q, -8, 4);
+    EXPECT_EQ(xy(q), P(-8, 4));
     EXPECT_EQ(mv.x, 9);
 }
 
 TEST(BlockRefinement, VectorLoadsStayWithinThePlainRulesReach) {
     // The furthest sample the plain rule reads with r = 2 (two rows below and
     // two columns right of the last sample) is the last byte of the buffer: an
-    // address sanitizer catches any load past it. Also checked against the
-    // models. Quarter: last sampled column is the last even one below bw;
-    // planar full resolution: ((bw - 1) / 16) * 16. Both sample row 8 last.
+    // address sanitizer catches any load past it. Both stages sample row 8
+    // last; the last column is the last even one below bw for the quarter
+    // stage and ((bw - 1) / 16) * 16 at planar full resolution.
     for (int bw : {16, 17, 32, 33, 48, 130}) {
         const int bh = 9, W = bw + 4, o = 2 * W + 2;
         const size_t qEnd = static_cast<size_t>(12) * W + 2 + ((bw - 1) & ~1) + 3;
@@ -204,11 +190,9 @@ TEST(BlockRefinement, VectorLoadsStayWithinThePlainRulesReach) {
         int start[2] = {0, 0};
         MV1 q{}, f{};
         RefineMVS_neon(qCur.data() + o, qRef.data() + o, start, &q, W, 0, bw, bh, 2);
-        const MV1 wantQ = modelQuarter(qCur.data() + o, qRef.data() + o, W, start, bw, bh, 2);
-        EXPECT_VECTOR(q, wantQ.x, wantQ.y);
+        EXPECT_EQ(xy(q), xy(modelQuarter(qCur.data() + o, qRef.data() + o, W, start, bw, bh, 2))) << bw;
         RefineMV_YV16_neon(fCur.data() + o, fRef.data() + o, &f, W, 0, bw, bh, 2);
-        const MV1 wantF = modelFullRes(fCur.data() + o, fRef.data() + o, W, 1, 16, MV1{}, bw, bh, 2, -2, 5);
-        EXPECT_VECTOR(f, wantF.x, wantF.y);
+        EXPECT_EQ(xy(f), xy(modelFullRes(fCur.data() + o, fRef.data() + o, W, 1, 16, MV1{}, bw, bh, 2, 5))) << bw;
     }
 }
 

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <vector>
 
+#include "motion/scene.h"
 #include "motion/screening.h"
 #include "trv/stages.h"
 
@@ -84,8 +85,7 @@ TEST(FrameScreening, LimitsClampAndCompaction) {
                 if (t.kept[i] != 1) continue;
                 EXPECT_EQ(b.frames[k], &b.frameBytes[i]);
                 EXPECT_EQ(b.smalls[k + 1], &b.frameBytes[i]);
-                EXPECT_EQ(b.records[k].x, t.out[k].x);
-                EXPECT_EQ(b.records[k].y, t.out[k].y);
+                EXPECT_EQ(motiontest::xy(b.records[k]), std::pair(t.out[k].x, t.out[k].y));
                 EXPECT_EQ(b.records[k].err, t.out[k].meanErr);
                 ++k;
             }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "support/synthetic.h"
@@ -15,6 +16,16 @@ namespace motiontest {
 struct Origin {
     int x, y;
 };
+
+inline MV1 vec(int x, int y) {
+    MV1 m{};
+    m.x = x;
+    m.y = y;
+    return m;
+}
+
+// A vector's (x, y), for one-line comparisons.
+inline std::pair<int, int> xy(const MV1& m) { return {m.x, m.y}; }
 
 class Scene {
 public:
