@@ -12,6 +12,7 @@
 namespace {
 
 using motiontest::Origin;
+using motiontest::xy;
 
 trv::BurstReport runBurst(int W, int H, int code, const std::vector<Origin>& origins, uint32_t seed) {
     motiontest::Scene scene(W, H, 80, seed);
@@ -51,8 +52,7 @@ TEST(BurstDriver, ThreeShiftedFramesReportTheirVectors) {
         const Origin& ref = origins[report.frameOrder[0]];
         for (int k = 0; k < 2; ++k) {
             const Origin& o = origins[report.frameOrder[k + 1]];
-            EXPECT_EQ(report.globalVectors[k].x, ref.x - o.x) << code << " frame " << report.frameOrder[k + 1];
-            EXPECT_EQ(report.globalVectors[k].y, ref.y - o.y) << code << " frame " << report.frameOrder[k + 1];
+            EXPECT_EQ(xy(report.globalVectors[k]), std::pair(ref.x - o.x, ref.y - o.y)) << code << " frame " << k + 1;
             EXPECT_EQ(report.globalVectors[k].err, 0.0);
         }
         for (int i = 0; i < 6; ++i) EXPECT_EQ(report.droppedByScreening[i], 0);
@@ -73,8 +73,8 @@ TEST(BurstDriver, FramesMovedTooFarAreDroppedByScreening) {
     EXPECT_EQ(report.frameOrder[1], partner[ref]);
     for (int i = 0; i < 4; ++i)
         EXPECT_EQ(report.droppedByScreening[i], i == ref || i == partner[ref] ? 0 : 1) << "frame " << i;
-    EXPECT_EQ(report.globalVectors[0].x, origins[ref].x - origins[partner[ref]].x);
-    EXPECT_EQ(report.globalVectors[0].y, origins[ref].y - origins[partner[ref]].y);
+    const Origin &r = origins[ref], &p = origins[partner[ref]];
+    EXPECT_EQ(xy(report.globalVectors[0]), std::pair(r.x - p.x, r.y - p.y));
 }
 
 }  // namespace

@@ -47,6 +47,17 @@ MV1 modelSearch(const LumaView& ref, const LumaView& frame) {
     return mv;
 }
 
+// ME with frames[0] as the reference: the records of the others.
+std::vector<MV1> search(std::vector<std::vector<uint8_t>>& frames, int W, int H, bool planar) {
+    std::vector<unsigned char*> others;
+    std::vector<MV1> found(frames.size() - 1);
+    std::vector<MV1*> mvs;
+    for (size_t i = 1; i < frames.size(); ++i) others.push_back(frames[i].data()), mvs.push_back(&found[i - 1]);
+    gINFormat = planar ? 4 : 2;
+    ME(frames[0].data(), others.data(), mvs.data(), W, H, static_cast<int>(frames.size()));
+    return found;
+}
+
 TEST(GlobalSearch, RecoversKnownShiftsAndMatchesModelAcrossSizes) {
     // Frames 1..exact of each burst lie on the searched lattice: exact vector,
     // cost 0. The rest must match the model and lie within tol of the shift.
@@ -78,12 +89,7 @@ TEST(GlobalSearch, RecoversKnownShiftsAndMatchesModelAcrossSizes) {
             const int bytes = planar ? 1 : 2, n = static_cast<int>(t.origins.size());
             std::vector<std::vector<uint8_t>> frames;
             for (const Origin& o : t.origins) frames.push_back(scene.frame(o.x, o.y, planar));
-            std::vector<unsigned char*> others;
-            std::vector<MV1> found(n - 1);
-            std::vector<MV1*> mvs;
-            for (int i = 1; i < n; ++i) others.push_back(frames[i].data()), mvs.push_back(&found[i - 1]);
-            gINFormat = planar ? 4 : 2;
-            ME(frames[0].data(), others.data(), mvs.data(), t.W, t.H, n);
+            const std::vector<MV1> found = search(frames, t.W, t.H, planar);
             for (int i = 1; i < n; ++i) {
                 const int wx = t.origins[0].x - t.origins[i].x, wy = t.origins[0].y - t.origins[i].y;
                 const MV1& f = found[i - 1];
@@ -108,12 +114,8 @@ TEST(GlobalSearch, TiesGoToTheFirstCandidateVisited) {
     // each refinement pass its first candidate (-s, -s). 2000 x 680: R = 67,
     // one pass at s = 4 reaches (-71, -71), its first row above the frame.
     for (auto [W, H, want] : {std::tuple{160, 120, -12}, std::tuple{2000, 680, -71}}) {
-        std::vector<uint8_t> a(W * H * 3 / 2, 90), b(a);
-        unsigned char* others[1] = {b.data()};
-        MV1 rec{};
-        MV1* mvs[1] = {&rec};
-        gINFormat = 4;
-        ME(a.data(), others, mvs, W, H, 2);
+        std::vector<std::vector<uint8_t>> flat(2, std::vector<uint8_t>(W * H * 3 / 2, 90));
+        const MV1 rec = search(flat, W, H, true)[0];
         EXPECT_EQ(xy(rec), std::pair(want, want));
         EXPECT_EQ(rec.err, 0.0);
     }
@@ -127,8 +129,8 @@ TEST(GlobalSearch, MatchesModelOnNoisyFramesOfOddSizes) {
     for (auto [W, H] : sizes) {
         for (bool planar : {true, false}) {
             const int bytes = planar ? 1 : 2;
-            auto base = trvtest::randomBytes(static_cast<size_t>(W) * H * 2, ++seed);
-            auto other = base;
+            std::vector<std::vector<uint8_t>> f(2, trvtest::randomBytes(static_cast<size_t>(W) * H * 2, ++seed));
+            auto &base = f[0], &other = f[1];
             trvtest::Rng rng(++seed);
             // The same picture moved by (2, -1) plus noise of +-6.
             for (int r = 0; r < H; ++r) {
@@ -137,11 +139,7 @@ TEST(GlobalSearch, MatchesModelOnNoisyFramesOfOddSizes) {
                     other[(static_cast<size_t>(r) * W + c) * bytes] = static_cast<uint8_t>(std::min(255, std::max(0, v)));
                 }
             }
-            unsigned char* others[1] = {other.data()};
-            MV1 rec{};
-            MV1* mvs[1] = {&rec};
-            gINFormat = planar ? 4 : 2;
-            ME(base.data(), others, mvs, W, H, 2);
+            const MV1 rec = search(f, W, H, planar)[0];
             const MV1 model = modelSearch({base.data(), W, H, bytes}, {other.data(), W, H, bytes});
             EXPECT_EQ(xy(rec), xy(model)) << W << "x" << H << " planar " << planar;
             EXPECT_EQ(rec.err, model.err) << W << "x" << H << " planar " << planar;
