@@ -1,10 +1,11 @@
-// Frames cut from one larger textured scene at chosen origins, so that the
-// true motion between any two of them is known exactly.
+// Shared motion-test helpers: frames cut from one textured scene at known
+// origins, a clamped luma reader, and the crop cost both searches use.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "support/synthetic.h"
@@ -12,47 +13,48 @@
 
 namespace motiontest {
 
+struct Origin {
+    int x, y;
+};
+
+inline MV1 vec(int x, int y) {
+    MV1 m{};
+    m.x = x;
+    m.y = y;
+    return m;
+}
+
+// A vector's (x, y), for one-line comparisons.
+inline std::pair<int, int> xy(const MV1& m) { return {m.x, m.y}; }
+
 class Scene {
 public:
     // W x H frames whose origins may lie up to pad pixels off the centre.
     Scene(int W, int H, int pad, uint32_t seed)
-        : W_(W), H_(H), pad_(pad), sceneW_(W + 2 * pad), texture_(trvtest::texturedPlane(W + 2 * pad, H + 2 * pad, seed)) {}
+        : W_(W), H_(H), pad_(pad), texture_(trvtest::texturedPlane(W + 2 * pad, H + 2 * pad, seed)) {}
 
-    // A frame whose luma (c, r) is the scene at (pad + ox + c, pad + oy + r).
-    // planar: luma plane then W * H / 2 chroma bytes (NV21); otherwise packed
-    // 4:2:2 with luma on the even bytes.
+    // Luma (c, r) is the scene at (pad + ox + c, pad + oy + r). planar: luma
+    // plane then W * H / 2 chroma bytes; otherwise packed 4:2:2, luma on even bytes.
     std::vector<uint8_t> frame(int ox, int oy, bool planar) const {
-        auto chroma = trvtest::randomBytes(static_cast<size_t>(W_) * H_, static_cast<uint32_t>(ox * 977 + oy + 5));
-        std::vector<uint8_t> out(planar ? static_cast<size_t>(W_) * H_ * 3 / 2 : static_cast<size_t>(W_) * H_ * 2);
+        const size_t n = static_cast<size_t>(W_) * H_;
+        auto chroma = trvtest::randomBytes(n, static_cast<uint32_t>(ox * 977 + oy + 5));
+        std::vector<uint8_t> out(planar ? n * 3 / 2 : n * 2);
         for (int r = 0; r < H_; ++r) {
             for (int c = 0; c < W_; ++c) {
-                const uint8_t y = texture_[static_cast<size_t>(pad_ + oy + r) * sceneW_ + pad_ + ox + c];
+                const uint8_t y = texture_[static_cast<size_t>(pad_ + oy + r) * (W_ + 2 * pad_) + pad_ + ox + c];
                 const size_t p = static_cast<size_t>(r) * W_ + c;
-                if (planar) {
-                    out[p] = y;
-                } else {
-                    out[2 * p] = y;
-                    out[2 * p + 1] = chroma[p];
-                }
+                out[planar ? p : 2 * p] = y;
+                if (!planar) out[2 * p + 1] = chroma[p];
             }
         }
-        if (planar) std::copy(chroma.begin(), chroma.begin() + W_ * H_ / 2, out.begin() + W_ * H_);
+        if (planar) std::copy(chroma.begin(), chroma.begin() + n / 2, out.begin() + n);
         return out;
     }
 
 private:
-    int W_, H_, pad_, sceneW_;
+    int W_, H_, pad_;
     std::vector<uint8_t> texture_;
 };
-
-// The vector of a frame cut at origin (ox, oy) against a reference cut at
-// (rx, ry): reference (c, r) shows the same point as the frame's (c + x, r + y).
-inline MV1 expectedVector(int rx, int ry, int ox, int oy) {
-    MV1 mv{};
-    mv.x = rx - ox;
-    mv.y = ry - oy;
-    return mv;
-}
 
 // Luma of a frame image read with clamped coordinates.
 struct LumaView {
@@ -64,5 +66,16 @@ struct LumaView {
         return image[(static_cast<size_t>(r) * W + c) * bytes];
     }
 };
+
+// Sum of |ref - frame moved by (x, y)| over every step-th row and column of
+// the central crop (margins of a tenth of each side).
+inline double cropSad(const LumaView& ref, const LumaView& frame, int x, int y, int step) {
+    const int mx = ref.W / 10, my = ref.H / 10;
+    double sum = 0.0;
+    for (int r = 0; r < ref.H - 2 * my; r += step)
+        for (int c = 0; c < ref.W - 2 * mx; c += step)
+            sum += std::abs(ref.at(mx + c, my + r) - frame.at(mx + x + c, my + y + r));
+    return sum;
+}
 
 }  // namespace motiontest
