@@ -6,11 +6,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <vector>
 
-#include "support/synthetic.h"
 #include "tone/blur_line.h"
-#include "trv/stages.h"
+#include "tone/tone_test.h"
 
 namespace {
 
@@ -36,10 +34,7 @@ std::vector<float> modelLine(const std::vector<float>& x, const LineCoefs& k) {
     return r;
 }
 
-uint8_t modelByte(float r) {
-    int v = static_cast<int>(r + 0.5f);
-    return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-}
+uint8_t modelByte(float r) { return static_cast<uint8_t>(std::clamp(static_cast<int>(r + 0.5f), 0, 255)); }
 
 std::vector<float> kernelLine(const std::vector<float>& x, const TRVGauss3Coefs& c) {
     std::vector<float> buf(x.size() + 3);
@@ -80,17 +75,13 @@ std::vector<uint8_t> modelMultiBlur(const std::vector<uint8_t>& in, int w, int h
     return out;
 }
 
-// Tests that fill the luma floor curve put the process-wide table back.
-class MultiBlurTest : public ::testing::Test {
+class MultiBlurTest : public tonetest::ToneTest {
 protected:
-    void SetUp() override { std::memcpy(savedTH_, gTHTable, sizeof savedTH_); }
-    void TearDown() override { std::memcpy(gTHTable, savedTH_, sizeof savedTH_); }
-    static void clearTH() { std::memset(gTHTable, 0, sizeof gTHTable); }
     static void setFloorCurve(bool filled) {
         if (filled) {
             createTHTable();
         } else {
-            clearTH();
+            std::memset(gTHTable, 0, sizeof gTHTable);
         }
     }
     static std::vector<uint8_t> blur(std::vector<uint8_t> in, int w, int h) {
@@ -100,28 +91,19 @@ protected:
         out.pop_back();
         return out;
     }
-
-private:
-    uint8_t savedTH_[256];
 };
 
 TEST_F(MultiBlurTest, TablesHoldHandComputedEntries) {
     createDivTable();
-    for (int i : {0, 1, 2}) EXPECT_EQ(gDivTable[i], 0);
-    EXPECT_EQ(gDivTable[3], 1);
-    EXPECT_EQ(gDivTable[301], 100);
-    EXPECT_EQ(gDivTable[767], 255);
-    EXPECT_EQ(gDivTable_0_8[22], 18);
-    EXPECT_EQ(gDivTable_0_8[78], 62);
-    EXPECT_EQ(gDivTable_0_8[3], 2);  // 2.4 rounds down
-    EXPECT_EQ(gDivTable_0_8[2], 2);  // 1.6 rounds up
-    EXPECT_EQ(gDivTable_0_8[255], 204);
     createTHTable();
-    EXPECT_EQ(gTHTable[0], 0);
-    EXPECT_EQ(gTHTable[100], 77);
-    EXPECT_EQ(gTHTable[200], 171);
-    EXPECT_EQ(gTHTable[255], 229);
-    for (int v = 1; v < 256; ++v) EXPECT_GE(gTHTable[v], gTHTable[v - 1]) << v;
+    // 0.8 x: 2.4 rounds down, 1.6 up.
+    const int thirds[][2] = {{0, 0}, {1, 0}, {2, 0}, {3, 1}, {301, 100}, {767, 255}};
+    const int tenths[][2] = {{22, 18}, {78, 62}, {3, 2}, {2, 2}, {255, 204}};
+    const int floors[][2] = {{0, 0}, {100, 77}, {200, 171}, {255, 229}};
+    for (auto [i, v] : thirds) EXPECT_EQ(gDivTable[i], v) << i;
+    for (auto [i, v] : tenths) EXPECT_EQ(gDivTable_0_8[i], v) << i;
+    for (auto [i, v] : floors) EXPECT_EQ(gTHTable[i], v) << i;
+    EXPECT_TRUE(std::is_sorted(gTHTable, gTHTable + 256));
 }
 
 TEST_F(MultiBlurTest, CoefficientsPerScale) {
@@ -137,11 +119,9 @@ TEST_F(MultiBlurTest, CoefficientsPerScale) {
     // Below 0.5, and NaN, the fixed set.
     for (float s : {0.49f, 0.0f, -3.0f, NAN}) {
         const TRVGauss3Coefs c = trv::gauss3Coefs(s);
-        EXPECT_EQ(c.B, 0.8402931817149808);
-        EXPECT_EQ(c.b1_b0, 0.17040202155449766);
-        EXPECT_EQ(c.b2_b0, -0.01103503914132615);
-        EXPECT_EQ(c.b3_b0, 0.00033983587184773943);
-        EXPECT_EQ(c.b0, 1.87821364402771);
+        const double fixed[5] = {0.8402931817149808, 0.17040202155449766, -0.01103503914132615,
+                                 0.00033983587184773943, 1.87821364402771};
+        EXPECT_EQ((std::vector<double>{c.B, c.b1_b0, c.b2_b0, c.b3_b0, c.b0}), std::vector<double>(fixed, fixed + 5));
     }
 }
 
@@ -208,7 +188,7 @@ TEST_F(MultiBlurTest, BrightPixelOverMeanOfHundred) {
     const int w = 64, h = 64, at = 32 * w + 32;
     std::vector<uint8_t> in(w * h, 100);
     in[at] = 200;
-    clearTH();
+    setFloorCurve(false);
     std::vector<uint8_t> out = blur(in, w, h);
     EXPECT_EQ(out[at], 162);  // 100 + 0.8-table[(100 * 200) >> 8 = 78] = 100 + 62
     for (uint8_t v : gTHTable) ASSERT_EQ(v, 0) << "the blur must not fill the floor curve";

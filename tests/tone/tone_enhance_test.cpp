@@ -53,9 +53,10 @@ TEST(ToneTables, GainsAndChromaFactorsPassThroughTheirAnchors) {
     }
     EXPECT_TRUE(std::equal(ScaleTable3, ScaleTable3 + 256, ScaleTable4));
 
+    const int at[4] = {16, 64, 128, 255};
     const float set1[4] = {0.782f, 0.8383f, 0.8517f, 0.8603f}, set4[4] = {0.6689f, 0.7988f, 0.8301f, 0.85f};
     for (int i = 0; i < 4; ++i) {
-        const int t = i < 3 ? points[i + 1] : 255;  // 16, 64, 128, 255
+        const int t = at[i];
         EXPECT_EQ(uvScaleTable1[t], set1[i]);
         EXPECT_EQ(uvScaleTable2[t], set1[i]);  // set 2 follows set 1
         EXPECT_EQ(uvScaleTable4[t], set4[i]);
