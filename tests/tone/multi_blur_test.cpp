@@ -1,8 +1,6 @@
 // Multi-level blur against a plain float model of the recursive Gaussian
 // (same summation order as the vector kernel), hand-computed table entries
 // and the merge rule's worked examples.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -12,24 +10,17 @@
 
 namespace {
 
-struct LineCoefs {
-    float B, b1, b2, b3;
-};
-
-LineCoefs lineCoefs(const TRVGauss3Coefs& c) {
-    return {static_cast<float>(c.B), static_cast<float>(c.b1_b0), static_cast<float>(c.b2_b0),
-            static_cast<float>(c.b3_b0)};
-}
-
-// The recurrence with separate forward and backward buffers, each step summed
-// as (first two products) + (last two products).
-std::vector<float> modelLine(const std::vector<float>& x, const LineCoefs& k) {
+// The recurrence in float with separate forward and backward buffers, each
+// step summed as (first two products) + (last two products).
+std::vector<float> modelLine(const std::vector<float>& x, const TRVGauss3Coefs& c) {
+    const float B = static_cast<float>(c.B), b1 = static_cast<float>(c.b1_b0), b2 = static_cast<float>(c.b2_b0),
+                b3 = static_cast<float>(c.b3_b0);
     const int n = static_cast<int>(x.size());
     std::vector<float> w(n + 3), r(n + 3);
     w[0] = w[1] = w[2] = x[0];
-    for (int i = 0; i < n; ++i) w[i + 3] = (k.b3 * w[i] + k.b2 * w[i + 1]) + (k.b1 * w[i + 2] + k.B * x[i]);
+    for (int i = 0; i < n; ++i) w[i + 3] = (b3 * w[i] + b2 * w[i + 1]) + (b1 * w[i + 2] + B * x[i]);
     r[n] = r[n + 1] = r[n + 2] = w[n + 2];
-    for (int j = n - 1; j >= 0; --j) r[j] = (k.B * w[j] + k.b1 * r[j + 1]) + (k.b2 * r[j + 2] + k.b3 * r[j + 3]);
+    for (int j = n - 1; j >= 0; --j) r[j] = (B * w[j] + b1 * r[j + 1]) + (b2 * r[j + 2] + b3 * r[j + 3]);
     r.resize(n);
     return r;
 }
@@ -51,16 +42,15 @@ std::vector<uint8_t> modelMultiBlur(const std::vector<uint8_t>& in, int w, int h
     std::vector<std::vector<uint8_t>> level(3, std::vector<uint8_t>(in.size()));
     std::vector<uint8_t> out(in.size());
     for (int l = 0; l < 3; ++l) {
-        const LineCoefs k = lineCoefs(trv::gauss3Coefs(sigmas[l]));
+        const TRVGauss3Coefs k = trv::gauss3Coefs(sigmas[l]);
         for (int y = 0; y < h; ++y) {
-            std::vector<float> row(in.begin() + y * w, in.begin() + (y + 1) * w);
-            std::vector<float> r = modelLine(row, k);
+            const std::vector<float> r = modelLine({in.begin() + y * w, in.begin() + (y + 1) * w}, k);
             for (int x = 0; x < w; ++x) level[l][y * w + x] = modelByte(r[x]);
         }
         for (int x = 0; x < w; ++x) {
             std::vector<float> col(h);
             for (int y = 0; y < h; ++y) col[y] = level[l][y * w + x];
-            std::vector<float> r = modelLine(col, k);
+            const std::vector<float> r = modelLine(col, k);
             for (int y = 0; y < h; ++y) {
                 const int at = y * w + x;
                 level[l][at] = modelByte(r[y]);
@@ -132,7 +122,7 @@ TEST_F(MultiBlurTest, LineFilterMatchesScalarModelExactly) {
         for (int n : {1, 2, 3, 4, 5, 7, 8, 9, 31, 64, 333}) {
             std::vector<float> x(n);
             for (float& v : x) v = rng.byte();
-            const std::vector<float> got = kernelLine(x, c), want = modelLine(x, lineCoefs(c));
+            const std::vector<float> got = kernelLine(x, c), want = modelLine(x, c);
             for (int j = 0; j < n; ++j) ASSERT_EQ(got[j], want[j]) << "s=" << s << " n=" << n << " j=" << j;
         }
     }

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "support/layouts.h"
 #include "tone/tone_test.h"
 
 namespace {
@@ -95,31 +96,19 @@ protected:
     }
 };
 
-// The frame in an output layout, written from its definition: NV21 swaps
-// each pair, planar 4:2:2 splits them into two planes and packed interleaves
-// Y0 U Y1 V; the 4:2:2 layouts give each chroma row to two rows (a lone last
-// row takes the one above).
+// The frame in an output layout: each chroma row serves two rows (a lone last
+// row takes the one above, none at all gives grey), V first in NV21.
 Bytes convertModel(const Bytes& frame, int W, int H, int format) {
-    Bytes out(outputBytes(W, H, format));
-    const uint8_t* chroma = frame.data() + W * H;
-    auto uv = [&](int r, int j, int k) -> uint8_t {
-        return H < 2 ? 128 : chroma[std::min(r >> 1, H / 2 - 1) * W + 2 * j + k];  // no chroma row: neutral
-    };
+    trvtest::Planes422 p{W, H, Bytes(frame.begin(), frame.begin() + W * H), {}, {}};
     for (int r = 0; r < H; ++r) {
-        for (int x = 0; x < W; ++x) out[format == 2 ? r * 2 * W + 2 * x : r * W + x] = frame[r * W + x];
         for (int j = 0; j < W / 2; ++j) {
-            if (format == 4 && r % 2 == 0 && r + 1 < H) {
-                out[W * H + (r / 2) * W + 2 * j] = uv(r, j, 1);
-                out[W * H + (r / 2) * W + 2 * j + 1] = uv(r, j, 0);
-            } else if (format == 0) {
-                out[W * H + r * (W / 2) + j] = uv(r, j, 0);
-                out[W * H + W * H / 2 + r * (W / 2) + j] = uv(r, j, 1);
-            } else if (format == 2) {
-                out[r * 2 * W + 4 * j + 1] = uv(r, j, 0);
-                out[r * 2 * W + 4 * j + 3] = uv(r, j, 1);
-            }
+            const uint8_t* pair = frame.data() + W * H + std::min(r >> 1, H / 2 - 1) * W + 2 * j;
+            p.first.push_back(H < 2 ? 128 : pair[format == 4 ? 1 : 0]);
+            p.second.push_back(H < 2 ? 128 : pair[format == 4 ? 0 : 1]);
         }
     }
+    Bytes out = trvtest::toLayout(p, format);
+    out.resize(outputBytes(W, H, format));  // NV21 drops a lone last row's chroma
     return out;
 }
 
