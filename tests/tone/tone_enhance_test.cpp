@@ -31,55 +31,54 @@ TEST(ToneTables, ColourDifferencesRoundHalfAwayFromZero) {
     }
 }
 
+// The four table sets: gain, chroma factor and luma transfer.
+const int32_t* const kGains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
+const float* const kChroma[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
+const int32_t* const kLuma[4] = {transYTable1, transYTable2, transYTable3, transYTable4};
+
 TEST(ToneTables, GainsAndChromaFactorsPassThroughTheirAnchors) {
-    const int points[6] = {1, 16, 64, 128, 192, 255};
-    const struct {
-        const int32_t* table;
-        int values[6];
-    } gains[4] = {
-        {ScaleTable1, {4210, 2401, 1570, 1256, 1110, 1024}},
-        {ScaleTable2, {2820, 1779, 1313, 1139, 1064, 1024}},
-        {ScaleTable3, {5056, 2645, 1654, 1292, 1123, 1024}},
-        {ScaleTable4, {5056, 2645, 1654, 1292, 1123, 1024}},
-    };
-    for (const auto& set : gains) {
-        EXPECT_EQ(set.table[0], 0);
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(set.table[points[i]], set.values[i]) << "t " << points[i];
-        // Falling, and smooth: the fall per step shrinks toward the bright end
-        // (up to one unit of rounding), with no kinks at the anchors.
-        for (int t = 2; t < 256; ++t) ASSERT_LE(set.table[t], set.table[t - 1]) << "t " << t;
-        for (int t = 2; t < 255; ++t) {
-            ASSERT_LE(set.table[t] - set.table[t + 1], set.table[t - 1] - set.table[t] + 1) << "t " << t;
+    const int points[6] = {1, 16, 64, 128, 192, 255}, chromaPoints[4] = {16, 64, 128, 255};
+    const int gains[4][6] = {{4210, 2401, 1570, 1256, 1110, 1024},
+                             {2820, 1779, 1313, 1139, 1064, 1024},
+                             {5056, 2645, 1654, 1292, 1123, 1024},
+                             {5056, 2645, 1654, 1292, 1123, 1024}};
+    const float chroma[4][4] = {{0.782f, 0.8383f, 0.8517f, 0.8603f}, {}, {}, {0.6689f, 0.7988f, 0.8301f, 0.85f}};
+    for (int s = 0; s < 4; ++s) {
+        const int32_t* gain = kGains[s];
+        const float* factor = kChroma[s];
+        EXPECT_EQ(gain[0], 0);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(gain[points[i]], gains[s][i]) << "set " << s << " t " << points[i];
+        for (int i = 0; i < 4; ++i) {
+            // Set 2 follows set 1; set 3 lies between sets 1 and 4.
+            const float f = factor[chromaPoints[i]];
+            if (s == 2) {
+                EXPECT_TRUE(f > chroma[3][i] && f < chroma[0][i]) << "t " << chromaPoints[i];
+            } else {
+                EXPECT_EQ(f, chroma[s == 1 ? 0 : s][i]) << "set " << s << " t " << chromaPoints[i];
+            }
         }
+        // Gains fall smoothly: the fall per step shrinks toward the bright end
+        // (up to one unit of rounding), with no kinks at the anchors. Chroma
+        // factors rise from two zeros and stay below one.
+        for (int t = 2; t < 256; ++t) {
+            ASSERT_LE(gain[t], gain[t - 1]) << "t " << t;
+            if (t < 255) {
+                ASSERT_LE(gain[t] - gain[t + 1], gain[t - 1] - gain[t] + 1) << "t " << t;
+            }
+            ASSERT_TRUE(factor[t] >= factor[t - 1] && factor[t] < 1.0f) << "t " << t;
+        }
+        EXPECT_TRUE(factor[0] == 0.0f && factor[1] == 0.0f);
     }
     EXPECT_TRUE(std::equal(ScaleTable3, ScaleTable3 + 256, ScaleTable4));
-
-    const int at[4] = {16, 64, 128, 255};
-    const float set1[4] = {0.782f, 0.8383f, 0.8517f, 0.8603f}, set4[4] = {0.6689f, 0.7988f, 0.8301f, 0.85f};
-    for (int i = 0; i < 4; ++i) {
-        const int t = at[i];
-        EXPECT_EQ(uvScaleTable1[t], set1[i]);
-        EXPECT_EQ(uvScaleTable2[t], set1[i]);  // set 2 follows set 1
-        EXPECT_EQ(uvScaleTable4[t], set4[i]);
-        EXPECT_GT(uvScaleTable3[t], set4[i]);  // set 3 lies between sets 1 and 4
-        EXPECT_LT(uvScaleTable3[t], set1[i]);
-    }
-    for (const float* table : {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4}) {
-        EXPECT_EQ(table[0], 0.0f);
-        EXPECT_EQ(table[1], 0.0f);
-        for (int t = 2; t < 256; ++t) ASSERT_TRUE(table[t] >= table[t - 1] && table[t] < 1.0f) << "t " << t;
-    }
 }
 
 TEST(ToneTables, LumaTransferIsTheToneOfAnEvenlyLitPixel) {
-    const int32_t* gains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
-    const int32_t* transfers[4] = {transYTable1, transYTable2, transYTable3, transYTable4};
     for (int s = 0; s < 4; ++s) {
-        EXPECT_EQ(transfers[s][0], 0);
-        EXPECT_EQ(transfers[s][255], 255);
+        EXPECT_EQ(kLuma[s][0], 0);
+        EXPECT_EQ(kLuma[s][255], 255);
         for (int t = 1; t < 256; ++t) {
-            ASSERT_EQ(transfers[s][t], std::min((t * gains[s][t] + 512) >> 10, 255));
-            ASSERT_GE(transfers[s][t], std::max(transfers[s][t - 1], t));  // rising, never darkens
+            ASSERT_EQ(kLuma[s][t], std::min((t * kGains[s][t] + 512) >> 10, 255));
+            ASSERT_GE(kLuma[s][t], std::max(kLuma[s][t - 1], t));  // rising, never darkens
         }
     }
 }
@@ -129,25 +128,14 @@ TEST_F(ToneEnhance, CellSizeFollowsThePipelineFrameSize) {
 
 TEST_F(ToneEnhance, IdAndLevelChooseTheTableSet) {
     Bytes in = randomFrame(8, 8, 1);
-    const struct {
-        int id, level;
-        const int32_t* gain;
-        const float* chroma;
-        const int32_t* luma;
-    } choices[] = {
-        {1, 99, ScaleTable1, uvScaleTable1, transYTable1},
-        {1, 100, ScaleTable2, uvScaleTable2, transYTable2},
-        {2, 0, ScaleTable3, uvScaleTable3, transYTable3},
-        {3, 500, ScaleTable4, uvScaleTable4, transYTable4},
-        {0, 5, ScaleTable4, uvScaleTable4, transYTable4},  // IDs 0 and 7 keep the last choice
-        {7, 0, ScaleTable4, uvScaleTable4, transYTable4},
-    };
-    for (const auto& c : choices) {
-        enhance(in, 8, 8, 4, c.id, c.level);
-        EXPECT_EQ(gScaleTb, c.gain) << "id " << c.id;
-        EXPECT_EQ(gUVScaleTb, c.chroma) << "id " << c.id;
-        EXPECT_EQ(gYTb, c.luma) << "id " << c.id;
-        EXPECT_EQ(gColorEnhanceID, c.id);
+    // ID, level, set; IDs 0 and 7 keep the last choice.
+    const int choices[][3] = {{1, 99, 0}, {1, 100, 1}, {2, 0, 2}, {3, 500, 3}, {0, 5, 3}, {7, 0, 3}};
+    for (auto [id, level, set] : choices) {
+        enhance(in, 8, 8, 4, id, level);
+        EXPECT_EQ(gScaleTb, kGains[set]) << "id " << id;
+        EXPECT_EQ(gUVScaleTb, kChroma[set]) << "id " << id;
+        EXPECT_EQ(gYTb, kLuma[set]) << "id " << id;
+        EXPECT_EQ(gColorEnhanceID, id);
     }
 }
 
