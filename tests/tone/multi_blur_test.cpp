@@ -1,45 +1,31 @@
 // Multi-level blur against a plain float model of the recursive Gaussian
 // (same summation order as the vector kernel), hand-computed table entries
 // and the merge rule's worked examples.
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <vector>
 
-#include "support/synthetic.h"
 #include "tone/blur_line.h"
-#include "trv/stages.h"
+#include "tone/tone_test.h"
 
 namespace {
 
-struct LineCoefs {
-    float B, b1, b2, b3;
-};
-
-LineCoefs lineCoefs(const TRVGauss3Coefs& c) {
-    return {static_cast<float>(c.B), static_cast<float>(c.b1_b0), static_cast<float>(c.b2_b0),
-            static_cast<float>(c.b3_b0)};
-}
-
-// The recurrence with separate forward and backward buffers, each step summed
-// as (first two products) + (last two products).
-std::vector<float> modelLine(const std::vector<float>& x, const LineCoefs& k) {
+// The recurrence in float with separate forward and backward buffers, each
+// step summed as (first two products) + (last two products).
+std::vector<float> modelLine(const std::vector<float>& x, const TRVGauss3Coefs& c) {
+    const float B = static_cast<float>(c.B), b1 = static_cast<float>(c.b1_b0), b2 = static_cast<float>(c.b2_b0),
+                b3 = static_cast<float>(c.b3_b0);
     const int n = static_cast<int>(x.size());
     std::vector<float> w(n + 3), r(n + 3);
     w[0] = w[1] = w[2] = x[0];
-    for (int i = 0; i < n; ++i) w[i + 3] = (k.b3 * w[i] + k.b2 * w[i + 1]) + (k.b1 * w[i + 2] + k.B * x[i]);
+    for (int i = 0; i < n; ++i) w[i + 3] = (b3 * w[i] + b2 * w[i + 1]) + (b1 * w[i + 2] + B * x[i]);
     r[n] = r[n + 1] = r[n + 2] = w[n + 2];
-    for (int j = n - 1; j >= 0; --j) r[j] = (k.B * w[j] + k.b1 * r[j + 1]) + (k.b2 * r[j + 2] + k.b3 * r[j + 3]);
+    for (int j = n - 1; j >= 0; --j) r[j] = (B * w[j] + b1 * r[j + 1]) + (b2 * r[j + 2] + b3 * r[j + 3]);
     r.resize(n);
     return r;
 }
 
-uint8_t modelByte(float r) {
-    int v = static_cast<int>(r + 0.5f);
-    return static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-}
+uint8_t modelByte(float r) { return static_cast<uint8_t>(std::clamp(static_cast<int>(r + 0.5f), 0, 255)); }
 
 std::vector<float> kernelLine(const std::vector<float>& x, const TRVGauss3Coefs& c) {
     std::vector<float> buf(x.size() + 3);
@@ -56,16 +42,15 @@ std::vector<uint8_t> modelMultiBlur(const std::vector<uint8_t>& in, int w, int h
     std::vector<std::vector<uint8_t>> level(3, std::vector<uint8_t>(in.size()));
     std::vector<uint8_t> out(in.size());
     for (int l = 0; l < 3; ++l) {
-        const LineCoefs k = lineCoefs(trv::gauss3Coefs(sigmas[l]));
+        const TRVGauss3Coefs k = trv::gauss3Coefs(sigmas[l]);
         for (int y = 0; y < h; ++y) {
-            std::vector<float> row(in.begin() + y * w, in.begin() + (y + 1) * w);
-            std::vector<float> r = modelLine(row, k);
+            const std::vector<float> r = modelLine({in.begin() + y * w, in.begin() + (y + 1) * w}, k);
             for (int x = 0; x < w; ++x) level[l][y * w + x] = modelByte(r[x]);
         }
         for (int x = 0; x < w; ++x) {
             std::vector<float> col(h);
             for (int y = 0; y < h; ++y) col[y] = level[l][y * w + x];
-            std::vector<float> r = modelLine(col, k);
+            const std::vector<float> r = modelLine(col, k);
             for (int y = 0; y < h; ++y) {
                 const int at = y * w + x;
                 level[l][at] = modelByte(r[y]);
@@ -80,17 +65,13 @@ std::vector<uint8_t> modelMultiBlur(const std::vector<uint8_t>& in, int w, int h
     return out;
 }
 
-// Tests that fill the luma floor curve put the process-wide table back.
-class MultiBlurTest : public ::testing::Test {
+class MultiBlurTest : public tonetest::ToneTest {
 protected:
-    void SetUp() override { std::memcpy(savedTH_, gTHTable, sizeof savedTH_); }
-    void TearDown() override { std::memcpy(gTHTable, savedTH_, sizeof savedTH_); }
-    static void clearTH() { std::memset(gTHTable, 0, sizeof gTHTable); }
     static void setFloorCurve(bool filled) {
         if (filled) {
             createTHTable();
         } else {
-            clearTH();
+            std::memset(gTHTable, 0, sizeof gTHTable);
         }
     }
     static std::vector<uint8_t> blur(std::vector<uint8_t> in, int w, int h) {
@@ -100,48 +81,35 @@ protected:
         out.pop_back();
         return out;
     }
-
-private:
-    uint8_t savedTH_[256];
 };
 
 TEST_F(MultiBlurTest, TablesHoldHandComputedEntries) {
     createDivTable();
-    for (int i : {0, 1, 2}) EXPECT_EQ(gDivTable[i], 0);
-    EXPECT_EQ(gDivTable[3], 1);
-    EXPECT_EQ(gDivTable[301], 100);
-    EXPECT_EQ(gDivTable[767], 255);
-    EXPECT_EQ(gDivTable_0_8[22], 18);
-    EXPECT_EQ(gDivTable_0_8[78], 62);
-    EXPECT_EQ(gDivTable_0_8[3], 2);  // 2.4 rounds down
-    EXPECT_EQ(gDivTable_0_8[2], 2);  // 1.6 rounds up
-    EXPECT_EQ(gDivTable_0_8[255], 204);
     createTHTable();
-    EXPECT_EQ(gTHTable[0], 0);
-    EXPECT_EQ(gTHTable[100], 77);
-    EXPECT_EQ(gTHTable[200], 171);
-    EXPECT_EQ(gTHTable[255], 229);
-    for (int v = 1; v < 256; ++v) EXPECT_GE(gTHTable[v], gTHTable[v - 1]) << v;
+    // 0.8 x: 2.4 rounds down, 1.6 up.
+    const int thirds[][2] = {{0, 0}, {1, 0}, {2, 0}, {3, 1}, {301, 100}, {767, 255}};
+    const int tenths[][2] = {{22, 18}, {78, 62}, {3, 2}, {2, 2}, {255, 204}};
+    const int floors[][2] = {{0, 0}, {100, 77}, {200, 171}, {255, 229}};
+    for (auto [i, v] : thirds) EXPECT_EQ(gDivTable[i], v) << i;
+    for (auto [i, v] : tenths) EXPECT_EQ(gDivTable_0_8[i], v) << i;
+    for (auto [i, v] : floors) EXPECT_EQ(gTHTable[i], v) << i;
+    EXPECT_TRUE(std::is_sorted(gTHTable, gTHTable + 256));
 }
 
 TEST_F(MultiBlurTest, CoefficientsPerScale) {
     for (float s : {5.0f, 25.0f, 50.0f, 0.5f, 1.0f, 2.4f}) {
         const TRVGauss3Coefs c = trv::gauss3Coefs(s);
-        EXPECT_EQ(c.order, 3);
-        EXPECT_EQ(c.sigma, s);
         EXPECT_NEAR(c.B + c.b1_b0 + c.b2_b0 + c.b3_b0, 1.0, 1e-12) << "unit gain at s=" << s;
     }
     // s = 5: q = 0.98711 * 5 - 0.9633 = 3.97225, and b3 = 0.422205 q^3.
     const TRVGauss3Coefs c5 = trv::gauss3Coefs(5.0f);
     EXPECT_NEAR(std::cbrt(c5.b3_b0 * c5.b0 / 0.422205), 3.97225, 1e-5);
     // Below 0.5, and NaN, the fixed set.
+    const std::vector<double> fixed = {0.8402931817149808, 0.17040202155449766, -0.01103503914132615,
+                                       0.00033983587184773943, 1.87821364402771};
     for (float s : {0.49f, 0.0f, -3.0f, NAN}) {
         const TRVGauss3Coefs c = trv::gauss3Coefs(s);
-        EXPECT_EQ(c.B, 0.8402931817149808);
-        EXPECT_EQ(c.b1_b0, 0.17040202155449766);
-        EXPECT_EQ(c.b2_b0, -0.01103503914132615);
-        EXPECT_EQ(c.b3_b0, 0.00033983587184773943);
-        EXPECT_EQ(c.b0, 1.87821364402771);
+        EXPECT_EQ((std::vector<double>{c.B, c.b1_b0, c.b2_b0, c.b3_b0, c.b0}), fixed) << s;
     }
 }
 
@@ -152,7 +120,7 @@ TEST_F(MultiBlurTest, LineFilterMatchesScalarModelExactly) {
         for (int n : {1, 2, 3, 4, 5, 7, 8, 9, 31, 64, 333}) {
             std::vector<float> x(n);
             for (float& v : x) v = rng.byte();
-            const std::vector<float> got = kernelLine(x, c), want = modelLine(x, lineCoefs(c));
+            const std::vector<float> got = kernelLine(x, c), want = modelLine(x, c);
             for (int j = 0; j < n; ++j) ASSERT_EQ(got[j], want[j]) << "s=" << s << " n=" << n << " j=" << j;
         }
     }
@@ -195,8 +163,8 @@ TEST_F(MultiBlurTest, FlatImageStaysFlatAndScratchIsReleased) {
     for (bool floorCurve : {false, true}) {
         setFloorCurve(floorCurve);
         for (int v : {0, 1, 100, 254, 255}) {
-            const std::vector<uint8_t> out = blur(std::vector<uint8_t>(40 * 30, static_cast<uint8_t>(v)), 40, 30);
-            for (size_t i = 0; i < out.size(); ++i) ASSERT_EQ(out[i], v) << "v=" << v << " at " << i;
+            const std::vector<uint8_t> flat(40 * 30, static_cast<uint8_t>(v));
+            ASSERT_EQ(blur(flat, 40, 30), flat) << "v=" << v;
         }
     }
     EXPECT_EQ(gBlurResult, nullptr);
@@ -208,7 +176,7 @@ TEST_F(MultiBlurTest, BrightPixelOverMeanOfHundred) {
     const int w = 64, h = 64, at = 32 * w + 32;
     std::vector<uint8_t> in(w * h, 100);
     in[at] = 200;
-    clearTH();
+    setFloorCurve(false);
     std::vector<uint8_t> out = blur(in, w, h);
     EXPECT_EQ(out[at], 162);  // 100 + 0.8-table[(100 * 200) >> 8 = 78] = 100 + 62
     for (uint8_t v : gTHTable) ASSERT_EQ(v, 0) << "the blur must not fill the floor curve";

@@ -1,101 +1,126 @@
-// Tone enhancement entry: cell size, table choice, the brightness plane, the
-// band geometry of the eight threads and the plain layout conversions.
-#include <gtest/gtest.h>
-
+// Tone enhancement: the colour-difference and tone tables, cell size, table
+// choice, the brightness plane, the band geometry of the eight threads and
+// the plain layout conversions.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <vector>
 
-#include "support/synthetic.h"
-#include "trv/stages.h"
+#include "support/layouts.h"
+#include "tone/tone_test.h"
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
+using tonetest::Bytes;
+using tonetest::outputBytes;
+using tonetest::randomFrame;
 
-// A 4:2:0 frame with U first: W x H luma, then H / 2 rows of W chroma bytes.
-Bytes randomFrame(int W, int H, uint32_t seed) { return trvtest::randomBytes(W * H + W * (H / 2), seed); }
-
-size_t outputBytes(int W, int H, int format) {
-    return format == 4 ? static_cast<size_t>(W) * H + W * (H / 2) : static_cast<size_t>(W) * H * 2;
+TEST(ToneTables, ColourDifferencesRoundHalfAwayFromZero) {
+    EXPECT_EQ(C0Table[0], -180);  // 1.403 * -128 = -179.58
+    EXPECT_EQ(C0Table[255], 178);
+    EXPECT_EQ(C3Table[0], -227);  // 1.773 * -128 = -226.94
+    EXPECT_EQ(C3Table[255], 225);
+    EXPECT_EQ(C0Table[130], 3);   // 2.806
+    EXPECT_EQ(C0Table[126], -3);  // symmetric about 128
+    EXPECT_EQ(C3Table[129], 2);   // 1.773
+    EXPECT_EQ(C3Table[127], -2);
+    EXPECT_EQ(C1Table[0], 11698 * 128);
+    EXPECT_EQ(C2Table[255], -5636 * 127);
+    for (const int32_t* table : {C0Table, C1Table, C2Table, C3Table}) {
+        EXPECT_EQ(table[128], 0);
+        const bool rises = table == C0Table || table == C3Table;  // R and B; the G shares shrink
+        for (int c = 1; c < 256; ++c) ASSERT_EQ(table[c] > table[c - 1], rises) << c;
+    }
 }
 
-class ToneEnhance : public ::testing::Test {
-  protected:
-    void SetUp() override {
-        saved_ = {gW, gH, gOUTFormat, gDown_level};
-        std::memcpy(savedTH_, gTHTable, sizeof savedTH_);
+// The four table sets: gain, chroma factor and luma transfer.
+const int32_t* const kGains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
+const float* const kChroma[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
+const int32_t* const kLuma[4] = {transYTable1, transYTable2, transYTable3, transYTable4};
+
+TEST(ToneTables, GainsAndChromaFactorsPassThroughTheirAnchors) {
+    const int points[6] = {1, 16, 64, 128, 192, 255}, chromaPoints[4] = {16, 64, 128, 255};
+    const int gains[4][6] = {{4210, 2401, 1570, 1256, 1110, 1024},
+                             {2820, 1779, 1313, 1139, 1064, 1024},
+                             {5056, 2645, 1654, 1292, 1123, 1024},
+                             {5056, 2645, 1654, 1292, 1123, 1024}};
+    const float chroma[4][4] = {{0.782f, 0.8383f, 0.8517f, 0.8603f}, {}, {}, {0.6689f, 0.7988f, 0.8301f, 0.85f}};
+    for (int s = 0; s < 4; ++s) {
+        const int32_t* gain = kGains[s];
+        const float* factor = kChroma[s];
+        EXPECT_EQ(gain[0], 0);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(gain[points[i]], gains[s][i]) << "set " << s << " t " << points[i];
+        for (int i = 0; i < 4; ++i) {
+            // Set 2 follows set 1; set 3 lies between sets 1 and 4.
+            const float f = factor[chromaPoints[i]];
+            if (s == 2) {
+                EXPECT_TRUE(f > chroma[3][i] && f < chroma[0][i]) << "t " << chromaPoints[i];
+            } else {
+                EXPECT_EQ(f, chroma[s == 1 ? 0 : s][i]) << "set " << s << " t " << chromaPoints[i];
+            }
+        }
+        // Gains fall smoothly: the fall per step shrinks toward the bright end
+        // (up to one unit of rounding), with no kinks at the anchors. Chroma
+        // factors rise from two zeros and stay below one.
+        for (int t = 2; t < 256; ++t) {
+            ASSERT_LE(gain[t], gain[t - 1]) << "t " << t;
+            if (t < 255) {
+                ASSERT_LE(gain[t] - gain[t + 1], gain[t - 1] - gain[t] + 1) << "t " << t;
+            }
+            ASSERT_TRUE(factor[t] >= factor[t - 1] && factor[t] < 1.0f) << "t " << t;
+        }
+        EXPECT_TRUE(factor[0] == 0.0f && factor[1] == 0.0f);
     }
-    void TearDown() override {
-        gW = saved_[0];
-        gH = saved_[1];
-        gOUTFormat = saved_[2];
-        gDown_level = saved_[3];
-        std::memcpy(gTHTable, savedTH_, sizeof savedTH_);
+    EXPECT_TRUE(std::equal(ScaleTable3, ScaleTable3 + 256, ScaleTable4));
+}
+
+TEST(ToneTables, LumaTransferIsTheToneOfAnEvenlyLitPixel) {
+    for (int s = 0; s < 4; ++s) {
+        EXPECT_EQ(kLuma[s][0], 0);
+        EXPECT_EQ(kLuma[s][255], 255);
+        for (int t = 1; t < 256; ++t) {
+            ASSERT_EQ(kLuma[s][t], std::min((t * kGains[s][t] + 512) >> 10, 255));
+            ASSERT_GE(kLuma[s][t], std::max(kLuma[s][t - 1], t));  // rising, never darkens
+        }
     }
-    void useFrame(int W, int H, int format) {
+}
+
+class ToneEnhance : public tonetest::ToneTest {
+protected:
+    Bytes enhance(Bytes& in, int W, int H, int format, int id, int level = 0) {
         gW = W;
         gH = H;
         gOUTFormat = format;
-    }
-    Bytes enhance(Bytes& in, int W, int H, int format, int id, int level = 0) {
-        useFrame(W, H, format);
         Bytes out(outputBytes(W, H, format), 0);
         xImgEnhance_YCrCb(in.data(), out.data(), W, H, id, level);
         return out;
     }
-
-  private:
-    std::vector<int32_t> saved_;
-    uint8_t savedTH_[256];
 };
 
-// The frame in an output layout, written from its definition: NV21 swaps
-// each pair, planar 4:2:2 splits them into two planes and packed interleaves
-// Y0 U Y1 V; the 4:2:2 layouts give each chroma row to two rows (a lone last
-// row takes the one above).
+// The frame in an output layout: each chroma row serves two rows (a lone last
+// row takes the one above, none at all gives grey), V first in NV21.
 Bytes convertModel(const Bytes& frame, int W, int H, int format) {
-    Bytes out(outputBytes(W, H, format));
-    const uint8_t* chroma = frame.data() + W * H;
-    auto uv = [&](int r, int j, int k) -> uint8_t {
-        if (H < 2) return 128;  // no chroma row at all: neutral
-        return chroma[std::min(r >> 1, H / 2 - 1) * W + 2 * j + k];
-    };
+    trvtest::Planes422 p{W, H, Bytes(frame.begin(), frame.begin() + W * H), {}, {}};
     for (int r = 0; r < H; ++r) {
-        for (int x = 0; x < W; ++x) {
-            const uint8_t y = frame[r * W + x];
-            if (format == 0 || format == 4) out[r * W + x] = y;
-            else out[r * 2 * W + 2 * x] = y;
-        }
         for (int j = 0; j < W / 2; ++j) {
-            if (format == 4 && r % 2 == 0 && r + 1 < H) {
-                out[W * H + (r / 2) * W + 2 * j] = uv(r, j, 1);
-                out[W * H + (r / 2) * W + 2 * j + 1] = uv(r, j, 0);
-            } else if (format == 0) {
-                out[W * H + r * (W / 2) + j] = uv(r, j, 0);
-                out[W * H + W * H / 2 + r * (W / 2) + j] = uv(r, j, 1);
-            } else if (format != 4) {
-                out[r * 2 * W + 4 * j + 1] = uv(r, j, 0);
-                out[r * 2 * W + 4 * j + 3] = uv(r, j, 1);
-            }
+            const uint8_t* pair = frame.data() + W * H + std::min(r >> 1, H / 2 - 1) * W + 2 * j;
+            p.first.push_back(H < 2 ? 128 : pair[format == 4 ? 1 : 0]);
+            p.second.push_back(H < 2 ? 128 : pair[format == 4 ? 0 : 1]);
         }
     }
+    Bytes out = trvtest::toLayout(p, format);
+    out.resize(outputBytes(W, H, format));  // NV21 drops a lone last row's chroma
     return out;
 }
 
 TEST_F(ToneEnhance, CellSizeFollowsThePipelineFrameSize) {
-    Bytes in(1);
-    Bytes out(1);
-    useFrame(0, 0, 4);
+    Bytes tiny(1);
+    gW = gH = 0;
     gDown_level = 0;
-    xImgEnhance_YCrCb(in.data(), out.data(), 5000, 5000, 0, 0);
+    xImgEnhance_YCrCb(tiny.data(), tiny.data(), 5000, 5000, 0, 0);
     EXPECT_EQ(gDown_level, 4);  // w x h plays no part
 
     Bytes big = randomFrame(4000, 2000, 3);
-    Bytes converted = enhance(big, 4000, 2000, 4, 0);  // exactly 8,000,000 pixels
+    EXPECT_EQ(enhance(big, 4000, 2000, 4, 0)[7999999], big[7999999]);  // exactly 8,000,000 pixels
     EXPECT_EQ(gDown_level, 4);
-    EXPECT_EQ(converted[7999999], big[7999999]);
     Bytes line(8000001, 9);
     enhance(line, 8000001, 1, 4, 0);  // one more pixel
     EXPECT_EQ(gDown_level, 8);
@@ -103,25 +128,14 @@ TEST_F(ToneEnhance, CellSizeFollowsThePipelineFrameSize) {
 
 TEST_F(ToneEnhance, IdAndLevelChooseTheTableSet) {
     Bytes in = randomFrame(8, 8, 1);
-    struct Choice {
-        int id, level;
-        const int32_t* gain;
-        const float* chroma;
-        const int32_t* luma;
-    };
-    const Choice choices[] = {
-        {1, 99, ScaleTable1, uvScaleTable1, transYTable1},
-        {1, 100, ScaleTable2, uvScaleTable2, transYTable2},
-        {2, 0, ScaleTable3, uvScaleTable3, transYTable3},
-        {3, 500, ScaleTable4, uvScaleTable4, transYTable4},
-        {0, 5, ScaleTable4, uvScaleTable4, transYTable4},  // ID 0 keeps the last choice
-    };
-    for (const Choice& c : choices) {
-        enhance(in, 8, 8, 4, c.id, c.level);
-        EXPECT_EQ(gScaleTb, c.gain) << "id " << c.id;
-        EXPECT_EQ(gUVScaleTb, c.chroma) << "id " << c.id;
-        EXPECT_EQ(gYTb, c.luma) << "id " << c.id;
-        EXPECT_EQ(gColorEnhanceID, c.id);
+    // ID, level, set; IDs 0 and 7 keep the last choice.
+    const int choices[][3] = {{1, 99, 0}, {1, 100, 1}, {2, 0, 2}, {3, 500, 3}, {0, 5, 3}, {7, 0, 3}};
+    for (auto [id, level, set] : choices) {
+        enhance(in, 8, 8, 4, id, level);
+        EXPECT_EQ(gScaleTb, kGains[set]) << "id " << id;
+        EXPECT_EQ(gUVScaleTb, kChroma[set]) << "id " << id;
+        EXPECT_EQ(gYTb, kLuma[set]) << "id " << id;
+        EXPECT_EQ(gColorEnhanceID, id);
     }
 }
 
@@ -158,19 +172,20 @@ Bytes planeModel(const Bytes& frame, int W, int H, int L) {
 }
 
 TEST_F(ToneEnhance, BrightnessPlaneIsTheLargestColourOfEachCell) {
-    struct Size {
-        int W, H, L;
-    };
-    for (const Size& size : {Size{37, 29, 4}, Size{64, 64, 4}, Size{70, 45, 8}, Size{3, 3, 4}, Size{16, 200, 8}}) {
-        Bytes frame = randomFrame(size.W, size.H, size.W * size.H);
-        useFrame(size.W, size.H, 4);
-        gDown_level = size.L;
+    auto convert = [](Bytes& frame, int W, int H, int L) {
+        gW = W;
+        gH = H;
+        gDown_level = L;
         gCImgIn = frame.data();
-        const Bytes expected = planeModel(frame, size.W, size.H, size.L);
-        Bytes plane(expected.size(), 0);
+        Bytes plane(((W + L - 1) / L) * ((H + L - 1) / L), 0);
         gV = plane.data();
         RGBConvert();
-        EXPECT_EQ(plane, expected) << size.W << " x " << size.H << " L " << size.L;
+        return plane;
+    };
+    const int sizes[][3] = {{37, 29, 4}, {64, 64, 4}, {70, 45, 8}, {3, 3, 4}, {16, 200, 8}};
+    for (auto [W, H, L] : sizes) {
+        Bytes frame = randomFrame(W, H, W * H);
+        EXPECT_EQ(convert(frame, W, H, L), planeModel(frame, W, H, L)) << W << " x " << H << " L " << L;
     }
     // Hand-computed on 8 x 6 (one whole 4-row step, then a 2-row one): grey
     // keeps the averaged luma; V = 200 adds round(1.403 * 72) = 101 (G - Y =
@@ -178,38 +193,27 @@ TEST_F(ToneEnhance, BrightnessPlaneIsTheLargestColourOfEachCell) {
     Bytes frame(8 * 6 + 8 * 3, 128);
     for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>(i % 8 < 4 ? 50 : 90);
     frame[48 + 5] = 200;  // pair of column 4, row 0
-    useFrame(8, 6, 4);
-    gDown_level = 4;
-    gCImgIn = frame.data();
-    Bytes plane(4);
-    gV = plane.data();
-    RGBConvert();
-    EXPECT_EQ(plane, (Bytes{50, 191, 50, 90}));
+    EXPECT_EQ(convert(frame, 8, 6, 4), (Bytes{50, 191, 50, 90}));
 }
 
-TEST_F(ToneEnhance, IdZeroOnlyConvertsTheLayout) {
+TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
     // 40 x 70 at L = 4: bands of 8 rows, band 7 takes 14; odd heights leave
-    // a lone last row.
+    // a lone last row. An unknown ID must not read a stale brightness plane.
     for (int H : {70, 69, 8, 1}) {
         for (int format : {0, 4, 2}) {
             Bytes frame = randomFrame(40, H, H + format);
-            const Bytes out = enhance(frame, 40, H, format, 0);
-            EXPECT_EQ(out, convertModel(frame, 40, H, format)) << "H " << H << " format " << format;
+            const Bytes want = convertModel(frame, 40, H, format);
+            EXPECT_EQ(enhance(frame, 40, H, format, 0), want) << "H " << H << " format " << format;
+            enhance(frame, 40, H, format, 1);
+            EXPECT_EQ(enhance(frame, 40, H, format, 7), want) << "H " << H << " format " << format;
         }
     }
 }
 
-TEST_F(ToneEnhance, UnknownIdConvertsInsteadOfReadingAStalePlane) {
-    Bytes frame = randomFrame(24, 18, 5);
-    const Bytes converted = enhance(frame, 24, 18, 2, 0);
-    const int32_t* gains = gScaleTb;
-    EXPECT_EQ(enhance(frame, 24, 18, 2, 7), converted);
-    EXPECT_EQ(gScaleTb, gains);
-}
-
 TEST_F(ToneEnhance, CellSizesWithoutAKernelLeaveTheBandsUnwritten) {
     Bytes frame = randomFrame(32, 32, 8);
-    useFrame(32, 32, 4);
+    gW = gH = 32;
+    gOUTFormat = 4;
     gCImgIn = frame.data();
     gColorEnhanceID = 1;
     for (int L : {0, 5, -4}) {
@@ -225,35 +229,23 @@ TEST_F(ToneEnhance, CellSizesWithoutAKernelLeaveTheBandsUnwritten) {
 // kernel at the band geometry worked out here.
 TEST_F(ToneEnhance, BandsTileTheFrameWithTheirCellRows) {
     createTHTable();
-    const int W = 48, H = 76, L = 4;  // bands of 8 rows, band 7 takes 20
+    const int W = 48, H = 76, L = 4, B = 8;  // bands of 8 rows, band 7 takes 20
+    const int across = (W + L - 1) / L, down = (H + L - 1) / L;
     for (int format : {4, 0, 2}) {
         Bytes frame = randomFrame(W, H, 11 + format);
         const Bytes got = enhance(frame, W, H, format, 1, 50);
         ASSERT_EQ(gDown_level, L);
-
-        const int across = (W + L - 1) / L, down = (H + L - 1) / L;
-        Bytes plane(across * down), blurred(across * down, 0), expected(outputBytes(W, H, format), 0);
+        Bytes plane(across * down), blurred(across * down, 0), want(outputBytes(W, H, format), 0);
         gCImgIn = frame.data();
         gV = plane.data();
         RGBConvert();
         MultiBlur(plane.data(), blurred.data(), across, down);
-        const int B = 8;
         for (int i = 0; i < 8; ++i) {
-            const int rows = i == 7 ? H - 7 * B : B;
-            uint8_t* inY = frame.data() + i * W * B;
-            uint8_t* inC = frame.data() + W * H + i * W * B / 2;
-            uint8_t* cells = blurred.data() + i * across * (B / L);
-            if (format == 4) {
-                xImgEnhance_NV21_4(inY, inC, expected.data() + i * W * B, expected.data() + W * H + i * W * B / 2,
-                                   cells, W, rows, i == 7);
-            } else if (format == 0) {
-                xImgEnhance_YV16_4(inY, inC, expected.data() + i * W * B, expected.data() + W * H + i * B * W / 2,
-                                   cells, W, rows, i == 7);
-            } else {
-                xImgEnhance_YUYV_4(inY, inC, expected.data() + i * 2 * W * B, cells, W, rows, i == 7);
-            }
+            tonetest::toneBand(format, L, frame.data() + i * W * B, frame.data() + W * H + i * W * B / 2,
+                               want.data() + (format == 2 ? 2 : 1) * i * W * B, want.data() + W * H + i * W * B / 2,
+                               blurred.data() + i * across * (B / L), W, i == 7 ? H - 7 * B : B, i == 7);
         }
-        EXPECT_EQ(got, expected) << "format " << format;
+        EXPECT_EQ(got, want) << "format " << format;
         EXPECT_NE(got, convertModel(frame, W, H, format));  // the tone did change
     }
 }
@@ -261,17 +253,17 @@ TEST_F(ToneEnhance, BandsTileTheFrameWithTheirCellRows) {
 TEST_F(ToneEnhance, TinyOddAndMismatchedSizesStayInsideTheBuffers) {
     // Exact-size buffers under the address sanitizer; the blur size (w, h)
     // may disagree with the frame size in either direction.
-    struct Case {
-        int W, H, w, h;
-    };
-    for (const Case& c : {Case{1, 1, 1, 1}, Case{2, 2, 2, 2}, Case{3, 5, 3, 5}, Case{9, 3, 9, 3}, Case{33, 17, 33, 17},
-                          Case{40, 30, 8, 6}, Case{16, 12, 100, 90}, Case{20, 20, 0, -3}}) {
+    const int cases[][4] = {{1, 1, 1, 1},   {2, 2, 2, 2},    {3, 5, 3, 5},      {9, 3, 9, 3},
+                            {33, 17, 33, 17}, {40, 30, 8, 6}, {16, 12, 100, 90}, {20, 20, 0, -3}};
+    for (auto [W, H, w, h] : cases) {
         for (int format : {0, 2, 4}) {
             for (int id : {1, 2, 3}) {
-                Bytes frame = randomFrame(c.W, c.H, c.W + c.H + id);
-                useFrame(c.W, c.H, format);
-                Bytes out(outputBytes(c.W, c.H, format));
-                xImgEnhance_YCrCb(frame.data(), out.data(), c.w, c.h, id, 0);
+                Bytes frame = randomFrame(W, H, W + H + id);
+                gW = W;
+                gH = H;
+                gOUTFormat = format;
+                Bytes out(outputBytes(W, H, format));
+                xImgEnhance_YCrCb(frame.data(), out.data(), w, h, id, 0);
             }
         }
     }
