@@ -44,8 +44,6 @@ Scene makeScene(int w, int h, int format, int n, int reach, uint32_t seed) {
     return s;
 }
 
-// ---- The model ----
-
 struct Model {
     const Scene& s;
     std::vector<uint8_t> out;
@@ -165,8 +163,6 @@ struct Model {
         if (t == 63) strip(t, 7 * bw, s.h - B, bw, B), strip(t, s.w - R, 7 * bh, R, lastH);
     }
 };
-
-// ---- Running the library on a scene ----
 
 class SimpleFusion : public ::testing::Test {
 protected:
