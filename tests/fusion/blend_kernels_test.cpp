@@ -3,7 +3,7 @@
 // the tail, for every supported frame count and widths that leave tails.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <array>
 #include <vector>
 
 #include "fusion/blend_model.h"
@@ -36,229 +36,145 @@ struct Burst {
         }
         for (auto& f : frames) pointers.push_back(f.data());
     }
-    unsigned char** at(ptrdiff_t offset) {
-        shifted.clear();
-        for (auto* p : pointers) shifted.push_back(p + offset);
-        return shifted.data();
-    }
-    void samples(size_t i, int* f) const {
-        for (size_t k = 0; k < frames.size(); ++k) f[k] = frames[k][i];
-    }
-    std::vector<unsigned char*> shifted;
+    unsigned char** at() { return pointers.data(); }
 };
+
+// Expected byte at column c of a row `width` wide: the vector rule before
+// `vectorEnd`, the tail rule after it, untouched past the width.
+int want(const Burst& b, size_t i, int c, int width, int vectorEnd, bool luma) {
+    const int n = static_cast<int>(b.frames.size()), x = b.ref[i];
+    int f[5];
+    for (int k = 0; k < n; ++k) f[k] = b.frames[k][i];
+    if (c >= width) return kUntouched;
+    if (luma) return c < vectorEnd ? blendmodel::vectorLuma(x, f, n) : blendmodel::tailLuma(x, f, n);
+    return c < vectorEnd ? blendmodel::vectorChroma(x, f, n) : blendmodel::tailChroma(x, f, n);
+}
 
 class BlendKernels : public ::testing::Test {
 protected:
-    void SetUp() override {
-        savedW = gW;
-        savedH = gH;
-        savedFormat = gINFormat;
-        savedNum = gNum;
-    }
+    void SetUp() override { saved = {gW, gH, gINFormat, gNum}; }
     void TearDown() override {
-        gW = savedW;
-        gH = savedH;
-        gINFormat = savedFormat;
-        setFrameCount(savedNum);
+        gW = saved[0], gH = saved[1], gINFormat = saved[2];
+        setFrameCount(saved[3]);
     }
-    int savedW = 0, savedH = 0, savedFormat = 0, savedNum = 0;
-};
-
-TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
-    const int stride = 48, height = 3;
-    gW = stride;
-    for (int n = 1; n <= 5; ++n) {
-        setFrameCount(n);
-        for (int width = 1; width <= 40; ++width) {
-            Burst burst(static_cast<size_t>(stride) * height, n, static_cast<uint32_t>(n * 100 + width));
-            std::vector<uint8_t> out(burst.ref.size(), kUntouched);
-            mergeBlk_Y_neon(burst.ref.data(), burst.at(0), out.data(), width, height);
-            for (int r = 0; r < height; ++r) {
-                for (int c = 0; c < stride; ++c) {
-                    const size_t i = static_cast<size_t>(r) * stride + c;
-                    int f[5];
-                    burst.samples(i, f);
-                    const int x = burst.ref[i];
-                    const int want = c >= width                ? kUntouched
-                                     : c < (width & ~7)        ? blendmodel::vectorLuma(x, f, n)
-                                                               : blendmodel::tailLuma(x, f, n);
-                    ASSERT_EQ(out[i], want) << "n " << n << " width " << width << " at " << r << "," << c;
-                }
-            }
-        }
-    }
-}
-
-TEST_F(BlendKernels, WorkedLumaExamplesOnBothPaths) {
-    gW = 8;
-    auto blendOne = [](int x, std::vector<int> frames, int width) {
-        std::vector<uint8_t> ref(8, static_cast<uint8_t>(x)), out(8, 0);
-        std::vector<std::vector<uint8_t>> f;
-        std::vector<unsigned char*> p;
-        for (int v : frames) f.emplace_back(8, static_cast<uint8_t>(v));
-        for (auto& row : f) p.push_back(row.data());
-        mergeBlk_Y_neon(ref.data(), p.data(), out.data(), width, 1);
-        return static_cast<int>(out[0]);
-    };
-    setFrameCount(2);
-    // 250 with 255, 255: 760 x 0.3334 + 0.5 = 253.88; the tail: 250 + 10 / 3.
-    EXPECT_EQ(blendOne(250, {255, 255}, 8), 253);
-    EXPECT_EQ(blendOne(250, {255, 255}, 1), 253);
-    // |232 - 200| = 32 = 16 N: ">=" takes the frames-only mean 116, the
-    // tail's ">" the all-frames mean 100 + 32 / 3 truncated.
-    EXPECT_EQ(blendOne(100, {116, 116}, 8), 116);
-    EXPECT_EQ(blendOne(100, {116, 116}, 1), 110);
-    setFrameCount(3);
-    // Three frames 40 above 100: clamped to 124 each, |372 - 300| >= 48.
-    EXPECT_EQ(blendOne(100, {140, 140, 140}, 8), 124);
-    EXPECT_EQ(blendOne(100, {140, 140, 140}, 1), 124);
-    setFrameCount(1);
-    // One frame: clamp to +-16, rounded pair mean, on both paths.
-    EXPECT_EQ(blendOne(100, {140}, 8), 108);
-    EXPECT_EQ(blendOne(100, {140}, 1), 108);
-    EXPECT_EQ(blendOne(5, {0}, 8), 3);
-}
-
-TEST_F(BlendKernels, OneFrameNeverReadsTheDivisionTables) {
-    gW = 16;
-    setFrameCount(1);
-    std::vector<int32_t> saved(divNUM_1, divNUM_1 + 241);
-    std::fill(divNUM, divNUM + 241, 1000);
-    std::fill(divNUM_1, divNUM_1 + 241, 1000);
-    Burst burst(16, 1, 9);
-    std::vector<uint8_t> out(16);
-    mergeBlk_Y_neon(burst.ref.data(), burst.at(0), out.data(), 13, 1);
-    for (int c = 0; c < 13; ++c) {
-        int f[1] = {burst.frames[0][c]};
-        EXPECT_EQ(out[c], blendmodel::tailLuma(burst.ref[c], f, 1)) << c;
-    }
-    setFrameCount(1);
-}
-
-// Interleaved chroma (codes 1 and 4): byte by byte in place.
-TEST_F(BlendKernels, SemiPlanarChromaMatchesRules) {
-    const int stride = 48, height = 5;  // luma rows 0 .. 4: chroma rows 0, 2, 4
-    gW = stride;
-    gH = height;
-    for (int format : {1, 4}) {
-        gINFormat = format;
+    // Runs `blend` for 1 .. 5 other frames and widths 1 .. 40 on random
+    // bursts, then `check` compares every output byte.
+    template <class Blend, class Check>
+    void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
         for (int n = 1; n <= 5; ++n) {
             setFrameCount(n);
-            for (int width = 1; width <= 40; width += (width < 18 ? 1 : 5)) {
-                Burst burst(static_cast<size_t>(stride) * height, n, static_cast<uint32_t>(format * 1000 + n * 50 + width));
-                std::vector<uint8_t> out(static_cast<size_t>(stride) * 3, kUntouched);
-                mergeBlk_uv_neon(burst.ref.data(), burst.at(0), out.data(), width, height);
-                for (int r = 0; r < height; r += 2) {
-                    const int inRow = format == 1 ? r : r / 2;
-                    for (int c = 0; c < stride; ++c) {
-                        const size_t i = static_cast<size_t>(inRow) * stride + c;
-                        int f[5];
-                        burst.samples(i, f);
-                        const int want = c >= width         ? kUntouched
-                                         : c < (width & ~7) ? blendmodel::vectorChroma(burst.ref[i], f, n)
-                                                            : blendmodel::tailChroma(burst.ref[i], f, n);
-                        ASSERT_EQ(out[static_cast<size_t>(r / 2) * stride + c], want)
-                            << "format " << format << " n " << n << " width " << width << " row " << r << " col " << c;
-                    }
-                }
+            for (int width = 1; width <= 40; ++width) {
+                SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
+                Burst burst(inBytes, n, static_cast<uint32_t>(n * 100 + width + inBytes));
+                std::vector<uint8_t> out(outBytes, kUntouched);
+                blend(burst, out.data(), width);
+                check(burst, out, width);
+                if (HasFatalFailure()) return;
             }
         }
+    }
+    std::array<int, 4> saved{};
+};
+
+using Out = std::vector<uint8_t>;
+
+TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
+    gW = 48;  // 3 rows
+    sweep(144, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_Y_neon(b.ref.data(), b.at(), out, width, 3); },
+          [](const Burst& b, const Out& out, int width) {
+              for (int i = 0; i < 144; ++i) ASSERT_EQ(out[i], want(b, i, i % 48, width, width & ~7, true)) << i;
+          });
+}
+
+// Interleaved chroma (codes 1 and 4): byte by byte in place; luma rows
+// 0 .. 4 give chroma rows 0, 2, 4.
+TEST_F(BlendKernels, SemiPlanarChromaMatchesRules) {
+    gW = 48, gH = 5;
+    for (int format : {1, 4}) {
+        gINFormat = format;
+        sweep(240, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_uv_neon(b.ref.data(), b.at(), out, width, 5); },
+              [format](const Burst& b, const Out& out, int width) {
+                  for (int r = 0; r < 5; r += 2)
+                      for (int c = 0; c < 48; ++c)
+                          ASSERT_EQ(out[r / 2 * 48 + c], want(b, (format == 1 ? r : r / 2) * 48 + c, c, width, width & ~7, false))
+                              << "format " << format << " row " << r << " col " << c;
+              });
     }
 }
 
 // Planar 4:2:2 chroma: one sample of each plane per two luma columns,
 // interleaved on output; every second chroma row is dropped.
 TEST_F(BlendKernels, PlanarChromaInterleavesBothPlanes) {
-    const int stride = 48, height = 4;
-    gW = stride;
-    gH = height;
-    gINFormat = 0;
-    const int half = stride / 2;
-    for (int n = 1; n <= 5; ++n) {
-        setFrameCount(n);
-        for (int width = 1; width <= 40; ++width) {
-            Burst burst(static_cast<size_t>(half) * height * 2, n, static_cast<uint32_t>(n * 77 + width));
-            std::vector<uint8_t> out(static_cast<size_t>(stride) * 2, kUntouched);
-            mergeBlk_uv_neon(burst.ref.data(), burst.at(0), out.data(), width, height);
-            for (int r = 0; r < height; r += 2) {
-                for (int c = 0; c < stride; ++c) {
-                    const size_t i = static_cast<size_t>(c & 1) * half * height + static_cast<size_t>(r) * half + c / 2;
-                    int f[5];
-                    burst.samples(i, f);
-                    const int want = c >= width          ? kUntouched
-                                     : c < (width & ~15) ? blendmodel::vectorChroma(burst.ref[i], f, n)
-                                                         : blendmodel::tailChroma(burst.ref[i], f, n);
-                    ASSERT_EQ(out[static_cast<size_t>(r / 2) * stride + c], want)
-                        << "n " << n << " width " << width << " row " << r << " col " << c;
-                }
-            }
-        }
-    }
+    gW = 48, gH = 4, gINFormat = 0;
+    sweep(192, 96, [](Burst& b, uint8_t* out, int width) { mergeBlk_uv_neon(b.ref.data(), b.at(), out, width, 4); },
+          [](const Burst& b, const Out& out, int width) {
+              for (int r = 0; r < 4; r += 2)
+                  for (int c = 0; c < 48; ++c)
+                      ASSERT_EQ(out[r / 2 * 48 + c], want(b, (c & 1) * 96 + r * 24 + c / 2, c, width, width & ~15, false))
+                          << "row " << r << " col " << c;
+          });
 }
 
+// Packed rows 40 wide: luma of every row, chroma of even rows.
 TEST_F(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
-    const int w = 40, height = 3;
-    gW = w;
-    for (int n = 1; n <= 5; ++n) {
-        setFrameCount(n);
-        for (int width = 1; width <= w; ++width) {
-            Burst burst(static_cast<size_t>(2 * w) * height, n, static_cast<uint32_t>(n * 31 + width));
-            std::vector<uint8_t> outY(static_cast<size_t>(w) * height, kUntouched), outUV(static_cast<size_t>(w) * 2, kUntouched);
-            mergeBlk_YUV_neon_YUYV(burst.ref.data(), burst.at(0), outY.data(), outUV.data(), width, height);
-            for (int r = 0; r < height; ++r) {
-                for (int c = 0; c < w; ++c) {
-                    const bool vector = c < (width & ~7);
-                    const size_t i = static_cast<size_t>(r) * 2 * w + 2 * c;
-                    int f[5];
-                    burst.samples(i, f);
-                    const int wantY = c >= width ? kUntouched
-                                      : vector   ? blendmodel::vectorLuma(burst.ref[i], f, n)
-                                                 : blendmodel::tailLuma(burst.ref[i], f, n);
-                    ASSERT_EQ(outY[static_cast<size_t>(r) * w + c], wantY) << "n " << n << " width " << width << " at " << r << "," << c;
-                    if (r & 1) continue;
-                    burst.samples(i + 1, f);
-                    const int wantC = c >= width ? kUntouched
-                                      : vector   ? blendmodel::vectorChroma(burst.ref[i + 1], f, n)
-                                                 : blendmodel::tailChroma(burst.ref[i + 1], f, n);
-                    ASSERT_EQ(outUV[static_cast<size_t>(r / 2) * w + c], wantC) << "n " << n << " width " << width << " at " << r << "," << c;
-                }
-            }
+    gW = 40;
+    sweep(240, 200,
+          [](Burst& b, uint8_t* out, int width) { mergeBlk_YUV_neon_YUYV(b.ref.data(), b.at(), out, out + 120, width, 3); },
+          [](const Burst& b, const Out& out, int width) {
+              for (int r = 0; r < 3; ++r)
+                  for (int c = 0; c < 40; ++c) {
+                      const size_t i = r * 80 + 2 * c;
+                      ASSERT_EQ(out[r * 40 + c], want(b, i, c, width, width & ~7, true)) << r << "," << c;
+                      if (r % 2 == 0) {
+                          ASSERT_EQ(out[120 + r / 2 * 40 + c], want(b, i + 1, c, width, width & ~7, false)) << r << "," << c;
+                      }
+                  }
+          });
+}
+
+TEST_F(BlendKernels, WorkedLumaExamplesOnBothPaths) {
+    struct Case {
+        int x;
+        std::vector<int> frames;
+        int vectorWant, tailWant;
+    };
+    const Case cases[] = {
+        // 250 with 255, 255: 760 x 0.3334 + 0.5 = 253.88; the tail: 250 + 10 / 3.
+        {250, {255, 255}, 253, 253},
+        // |232 - 200| = 32 = 16 N: ">=" takes the frames-only mean 116, the
+        // tail's ">" the all-frames mean 100 + 32 / 3 truncated.
+        {100, {116, 116}, 116, 110},
+        // Three frames 40 above 100: clamped to 124 each, |372 - 300| >= 48.
+        {100, {140, 140, 140}, 124, 124},
+        // One frame: clamp to +-16, rounded pair mean, on both paths.
+        {100, {140}, 108, 108},
+        {5, {0}, 3, 3},
+    };
+    gW = 8;
+    for (const Case& cs : cases) {
+        setFrameCount(static_cast<int>(cs.frames.size()));
+        std::vector<uint8_t> ref(8, static_cast<uint8_t>(cs.x));
+        std::vector<std::vector<uint8_t>> f;
+        std::vector<unsigned char*> p;
+        for (int v : cs.frames) f.emplace_back(8, static_cast<uint8_t>(v));
+        for (auto& row : f) p.push_back(row.data());
+        for (int width : {8, 1}) {
+            std::vector<uint8_t> out(8, 0);
+            mergeBlk_Y_neon(ref.data(), p.data(), out.data(), width, 1);
+            EXPECT_EQ(out[0], width == 8 ? cs.vectorWant : cs.tailWant) << cs.x << " width " << width;
         }
     }
 }
 
-TEST(BlendConstants, ExactBitPatternsAndLanes) {
-    auto bits = [](float32x4_t v, int lane) {
-        uint32_t u[4];
-        vst1q_u32(u, vreinterpretq_u32_f32(v));
-        return u[lane];
-    };
-    for (int lane = 0; lane < 4; ++lane) {
-        EXPECT_EQ(bits(CONST0_5, lane), 0x3F000000u);
-        EXPECT_EQ(bits(CONST0_3_3, lane), 0x3EAAB368u);
-        EXPECT_EQ(bits(CONST0_2, lane), 0x3E4CCCCDu);
-        EXPECT_EQ(bits(CONST0_1_6_7, lane), 0x3E2AB368u);
-    }
-    uint8_t b[8];
-    const std::pair<uint8x8_t, int> bytes[] = {{CONST_16, 16}, {CONST_24, 24}, {CONST_10, 10}, {CONST_255, 255}, {CONST_0, 0}};
-    for (const auto& [v, want] : bytes) {
-        vst1_u8(b, v);
-        for (uint8_t lane : b) EXPECT_EQ(lane, want);
-    }
-    int16_t s[8];
-    const std::pair<int16x8_t, int> shorts[] = {{CONST_1, 1},  {CONST_2, 2},  {MIN10, -10}, {MAX10, 10},
-                                                {MIN16, -16}, {MAX16, 16}, {MIN24, -24}, {MAX24, 24}};
-    for (const auto& [v, want] : shorts) {
-        vst1q_s16(s, v);
-        for (int16_t lane : s) EXPECT_EQ(lane, want);
-    }
-    uint16_t u[8];
-    const std::pair<uint16x8_t, int> ushorts[] = {{U16MIN16, 16}, {U16MAX25, 25}, {U16MAX1, 1}};
-    for (const auto& [v, want] : ushorts) {
-        vst1q_u16(u, v);
-        for (uint16_t lane : u) EXPECT_EQ(lane, want);
-    }
-    for (int d = -24; d <= 24; ++d) EXPECT_EQ(DIFFY_1[d + 24], blendmodel::clampTo(d, -16, 16)) << d;
+TEST_F(BlendKernels, OneFrameNeverReadsTheDivisionTables) {
+    gW = 16;
+    setFrameCount(1);
+    std::fill(divNUM, divNUM + 241, 1000);
+    std::fill(divNUM_1, divNUM_1 + 241, 1000);
+    Burst burst(16, 1, 9);
+    std::vector<uint8_t> out(16);
+    mergeBlk_Y_neon(burst.ref.data(), burst.at(), out.data(), 13, 1);
+    for (int c = 0; c < 13; ++c) EXPECT_EQ(out[c], want(burst, c, c, 13, 8, true)) << c;
 }
 
 TEST(BlendConstants, DivisionRoutinesOnEveryInput) {
@@ -291,21 +207,17 @@ TEST(BlendConstants, DivisionRoutinesOnEveryInput) {
     EXPECT_EQ(one(Divfun2, 65535), 0);   // 32768: the rounding does not overflow
 }
 
+// Divide by n and n + 1; outside 1 .. 5 the dividers for 5.
 TEST(BlendConstants, SetfuncPicksDividersByFrameCount) {
     using Divider = uint8x8_t (*)(uint16x8_t);
     const Divider routines[] = {Divfun1, Divfun2, Divfun3, Divfun4, Divfun5, Divfun6};
     const int saved = gNum;
-    for (int n = 1; n <= 5; ++n) {
+    for (int n : {1, 2, 3, 4, 5, 0, 6, -1}) {
         gNum = n;
         setfunc();
-        EXPECT_EQ(pfun24, routines[n - 1]) << n;
-        EXPECT_EQ(pfun16, routines[n]) << n;
-    }
-    for (int outside : {0, 6, -1}) {
-        gNum = outside;
-        setfunc();
-        EXPECT_EQ(pfun24, Divfun5) << outside;
-        EXPECT_EQ(pfun16, Divfun6) << outside;
+        const int d = n >= 1 && n <= 5 ? n : 5;
+        EXPECT_EQ(pfun24, routines[d - 1]) << n;
+        EXPECT_EQ(pfun16, routines[d]) << n;
     }
     gNum = saved;
     setfunc();

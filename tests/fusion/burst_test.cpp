@@ -5,13 +5,8 @@
 // other frames, and a second run must give the same bytes.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <vector>
-
+#include "fusion/fusion_scene.h"
 #include "pipeline/driver.h"
-#include "support/layouts.h"
-#include "support/synthetic.h"
-#include "trv/stages.h"
 
 namespace {
 
@@ -30,52 +25,26 @@ const Capture kCaptures[] = {
     {2, 6, 520, 200, true},   {-2, -4, 560, 200, false},
 };
 
-struct Scene {
-    trvtest::Planes422 canvas;  // (kW + 2 kPad) x (kH + 2 kPad)
-    Scene() {
-        const int cw = kW + 2 * kPad, ch = kH + 2 * kPad;
-        canvas.w = cw;
-        canvas.h = ch;
-        canvas.y = trvtest::texturedPlane(cw, ch, 3);
-        canvas.first = trvtest::texturedPlane(cw / 2, ch, 4);
-        canvas.second = trvtest::texturedPlane(cw / 2, ch, 5);
-    }
-
-    // The clean frame seen from offset (dx, dy) (even), object included.
-    trvtest::Planes422 view(const Capture& c, bool withObject) const {
-        trvtest::Planes422 p;
-        p.w = kW;
-        p.h = kH;
-        p.y.resize(static_cast<size_t>(kW) * kH);
-        p.first.resize(static_cast<size_t>(kW / 2) * kH);
-        p.second.resize(p.first.size());
-        for (int r = 0; r < kH; ++r) {
-            for (int x = 0; x < kW; ++x)
-                p.y[static_cast<size_t>(r) * kW + x] = canvas.y[static_cast<size_t>(r + kPad + c.dy) * canvas.w + x + kPad + c.dx];
-            for (int k = 0; k < kW / 2; ++k) {
-                const size_t at = static_cast<size_t>(r + kPad + c.dy) * (canvas.w / 2) + k + (kPad + c.dx) / 2;
-                p.first[static_cast<size_t>(r) * (kW / 2) + k] = canvas.first[at];
-                p.second[static_cast<size_t>(r) * (kW / 2) + k] = canvas.second[at];
-            }
-        }
-        if (withObject)
-            for (int r = c.objY; r < c.objY + kObject; ++r)
-                for (int x = c.objX; x < c.objX + kObject; ++x) p.y[static_cast<size_t>(r) * kW + x] = kObjectLuma;
-        return p;
-    }
-};
-
-const Scene& scene() {
-    static const Scene s;
-    return s;
+// A textured canvas kPad larger on every side than the frames.
+const trvtest::Planes422& canvas() {
+    static const trvtest::Planes422 c = fusiontest::texturedPlanes(kW + 2 * kPad, kH + 2 * kPad, 3);
+    return c;
 }
 
-void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
-    trvtest::Rng rng(seed);
-    for (auto& v : plane) {
-        const int n = v + rng.uniform(-reach, reach);
-        v = static_cast<uint8_t>(n < 0 ? 0 : (n > 255 ? 255 : n));
+// The clean frame seen from offset (dx, dy) (even), object included.
+trvtest::Planes422 view(const Capture& c) {
+    trvtest::Planes422 p;
+    p.w = kW, p.h = kH;
+    p.y.resize(static_cast<size_t>(kW) * kH), p.first.resize(p.y.size() / 2), p.second.resize(p.y.size() / 2);
+    for (int r = 0; r < kH; ++r) {
+        std::copy_n(&canvas().y[static_cast<size_t>(r + kPad + c.dy) * canvas().w + kPad + c.dx], kW, &p.y[static_cast<size_t>(r) * kW]);
+        const size_t at = static_cast<size_t>(r + kPad + c.dy) * (canvas().w / 2) + (kPad + c.dx) / 2;
+        std::copy_n(&canvas().first[at], kW / 2, &p.first[static_cast<size_t>(r) * (kW / 2)]);
+        std::copy_n(&canvas().second[at], kW / 2, &p.second[static_cast<size_t>(r) * (kW / 2)]);
     }
+    for (int r = c.objY; r < c.objY + kObject; ++r)
+        std::fill_n(&p.y[static_cast<size_t>(r) * kW + c.objX], kObject, kObjectLuma);
+    return p;
 }
 
 void blur(std::vector<uint8_t>& plane) {
@@ -97,10 +66,10 @@ struct Result {
 std::vector<std::vector<uint8_t>> captureBurst(int format) {
     std::vector<std::vector<uint8_t>> frames;
     for (size_t i = 0; i < std::size(kCaptures); ++i) {
-        trvtest::Planes422 p = scene().view(kCaptures[i], true);
-        addNoise(p.y, 10, 100 + static_cast<uint32_t>(i));
-        addNoise(p.first, 4, 200 + static_cast<uint32_t>(i));
-        addNoise(p.second, 4, 300 + static_cast<uint32_t>(i));
+        trvtest::Planes422 p = view(kCaptures[i]);
+        fusiontest::addNoise(p.y, 10, 100 + static_cast<uint32_t>(i));
+        fusiontest::addNoise(p.first, 4, 200 + static_cast<uint32_t>(i));
+        fusiontest::addNoise(p.second, 4, 300 + static_cast<uint32_t>(i));
         if (kCaptures[i].blurred) blur(p.y);
         frames.push_back(trvtest::toLayout(p, format));
     }
@@ -162,9 +131,9 @@ TEST_P(Burst, FusesShiftedNoisyFramesWithoutGhosts) {
     EXPECT_GE(first.report.framesFused, 3) << "format " << format;
 
     // Truth: the clean view from the reference's position, object included.
-    const auto truth = trvtest::toSemiPlanar420(scene().view(kCaptures[ref], true));
-    trvtest::Planes422 noisyRef = scene().view(kCaptures[ref], true);
-    addNoise(noisyRef.y, 10, 100 + static_cast<uint32_t>(ref));
+    const auto truth = trvtest::toSemiPlanar420(view(kCaptures[ref]));
+    trvtest::Planes422 noisyRef = view(kCaptures[ref]);
+    fusiontest::addNoise(noisyRef.y, 10, 100 + static_cast<uint32_t>(ref));
 
     // Every position the object took, in the reference's coordinates.
     int x0 = kW, x1 = 0, y0 = kH, y1 = 0;
@@ -177,8 +146,6 @@ TEST_P(Burst, FusesShiftedNoisyFramesWithoutGhosts) {
     const double fused = lumaError(first.fused, truth, x0, x1, y0, y1, false);
     const double objectArea = lumaError(first.fused, truth, x0, x1, y0, y1, true);
     const double noisyObjectArea = lumaError(noisyRef.y, truth, x0, x1, y0, y1, true);
-    RecordProperty("noisy", std::to_string(noisy));
-    RecordProperty("fused", std::to_string(fused));
     std::printf("format %d: reference %d, %d frames fused; mean |error| noisy %.3f fused %.3f; object area noisy %.3f fused %.3f\n",
                 format, ref, first.report.framesFused, noisy, fused, noisyObjectArea, objectArea);
     EXPECT_LT(fused, 0.7 * noisy) << "format " << format;

@@ -72,11 +72,6 @@ TEST(FusionDriver, IdenticalFramesGiveTheReference) {
         SmallBurst burst(n);
         burst.merge(n);
         EXPECT_EQ(burst.out, burst.frames[0]) << n << " frames";
-        EXPECT_EQ(Y_SIZE, kW * kH);
-        EXPECT_EQ(Y_SIZE_HALF, kW * kH / 2);
-        EXPECT_EQ(Y_SIZE_ONE_AND_HALF, kW * kH * 3 / 2);
-        EXPECT_EQ(width_half, kW / 2);
-        EXPECT_EQ(gMergrOut, burst.out.data());
     }
 }
 

@@ -17,29 +17,23 @@ protected:
     int savedNum = 0;
 };
 
-TEST_F(FusionTables, TwoFramesDivideByOneAndTwo) {
+// Quotients truncate toward zero; with one frame those by zero frames are 0.
+TEST_F(FusionTables, DivisionTablesByFrameCount) {
+    struct Case {
+        int frames, v, byN, byN1;
+    };
+    for (const Case& c : {Case{2, -3, -3, -1}, Case{2, 3, 3, 1}, Case{2, -120, -120, -60}, Case{2, 119, 119, 59},
+                          Case{6, -7, -1, -1}, Case{6, 120, 24, 20}, Case{6, -11, -2, -1}, Case{1, 100, 0, 100}}) {
+        gNum = c.frames - 1;
+        trv::buildFusionTables(c.frames, 0, 40);
+        EXPECT_EQ(divNUM[c.v + 120], c.byN) << c.frames << " frames, " << c.v;
+        EXPECT_EQ(divNUM_1[c.v + 120], c.byN1) << c.frames << " frames, " << c.v;
+    }
+    EXPECT_EQ(pfun24, Divfun5);  // one frame: outside 1 .. 5
     gNum = 1;
     trv::buildFusionTables(2, 0, 40);
-    for (int v = -120; v <= 120; ++v) ASSERT_EQ(divNUM[v + 120], v) << v;
-    EXPECT_EQ(divNUM_1[-3 + 120], -1);  // truncates toward zero
-    EXPECT_EQ(divNUM_1[3 + 120], 1);
-    EXPECT_EQ(divNUM_1[-120 + 120], -60);
     EXPECT_EQ(pfun24, Divfun1);
     EXPECT_EQ(pfun16, Divfun2);
-}
-
-TEST_F(FusionTables, SixFramesAndOneFrame) {
-    gNum = 5;
-    trv::buildFusionTables(6, 0, 40);
-    EXPECT_EQ(divNUM[-7 + 120], -1);
-    EXPECT_EQ(divNUM[120 + 120], 24);
-    EXPECT_EQ(divNUM_1[-11 + 120], -1);
-    EXPECT_EQ(divNUM_1[120 + 120], 20);
-    // One frame: the quotients by zero frames are 0, not a crash.
-    gNum = 0;
-    trv::buildFusionTables(1, 0, 40);
-    EXPECT_EQ(divNUM[100 + 120], 0);
-    EXPECT_EQ(divNUM_1[100 + 120], 100);
 }
 
 TEST_F(FusionTables, ColourOffsetAndBadPixelThresholdByMeanLuma) {

@@ -3,13 +3,7 @@
 // byte address, plus hand-computed quads.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <vector>
-
-#include "support/layouts.h"
-#include "support/synthetic.h"
-#include "trv/stages.h"
+#include "fusion/fusion_scene.h"
 
 namespace {
 
@@ -29,58 +23,7 @@ const Member kMembers[] = {
 };
 
 constexpr int kTile = 9;
-
-int reflect(int v, int n) {
-    v = std::abs(v);
-    return v >= n - 1 ? 2 * n - 4 - v : v;
-}
-
-// One burst: planes of every frame (0 = reference), their layout bytes and
-// one vector per other frame.
-struct Scene {
-    int W, H;
-    std::vector<trvtest::Planes422> planes;
-    std::vector<MV1> mvs;
-    std::vector<std::vector<uint8_t>> frames;
-    std::vector<uint8_t> out;
-    int parity[5] = {1, 1, 1, 1, 1};
-
-    Scene(int w, int h, int others) : W(w), H(h), planes(others + 1), mvs(others) {
-        for (auto& p : planes) {
-            p.w = w;
-            p.h = h;
-            p.y.assign(w * h, 100);
-            p.first.assign(w / 2 * h, 128);
-            p.second.assign(w / 2 * h, 128);
-        }
-    }
-    int others() const { return static_cast<int>(mvs.size()); }
-
-    uint8_t& luma(int f, int x, int y) { return planes[f].y[y * W + x]; }
-    // The chroma sample a pixel carries in the 4:2:2 planes.
-    uint8_t& chroma(int f, int which, int x, int y) {
-        auto& plane = which ? planes[f].second : planes[f].first;
-        return plane[y * (W / 2) + x / 2];
-    }
-
-    void publish(const Member& m, uint32_t outSeed = 7) {
-        frames.clear();
-        for (auto& p : planes) frames.push_back(trvtest::toLayout(p, m.code));
-        gW = W;
-        gH = H;
-        gNum = others();
-        Y_SIZE = W * H;
-        Y_SIZE_HALF = (W * H) >> 1;
-        for (int v = -120; v <= 120; ++v) divNUM_1[v + 120] = v / (gNum + 1);
-        for (int f = 0; f <= others(); ++f) gMergeInput[f] = frames[f].data();
-        for (int k = 0; k < others(); ++k) {
-            gMergeMV[k][kTile] = &mvs[k];
-            parity[k] = (mvs[k].x & 1) ? -1 : 1;
-        }
-        out = trvtest::randomBytes(static_cast<size_t>(W) * H * 2, outSeed);
-        gMergrOut = out.data();
-    }
-};
+using Scene = fusiontest::Frames;
 
 // Output positions of the quad's luma sample i and chroma sample c.
 size_t outLuma(const Scene& s, bool packed, int x, int y) { return (packed ? 2 : 1) * (x + s.W * y); }
@@ -118,7 +61,7 @@ void modelQuad(Scene& s, const Member& m, int x, int y, float w, std::vector<uin
     const int dx[4] = {0, 1, 0, 1}, dy[4] = {0, 0, 1, 1};
     int sy[4] = {}, sc[2] = {};
     for (int k = 0; k < N; ++k) {
-        const int xk = reflect(x + s.mvs[k].x, W), yk = reflect(y + s.mvs[k].y, H);
+        const int xk = fusiontest::reflect(x + s.mvs[k].x, W), yk = fusiontest::reflect(y + s.mvs[k].y, H);
         for (int i = 0; i < 4; ++i) {
             int d = Y(0, x + dx[i], y + dy[i]) - Y(k + 1, xk + dx[i], yk + dy[i]);
             if (std::abs(d) > 32) d = 0;
@@ -149,28 +92,25 @@ void modelQuad(Scene& s, const Member& m, int x, int y, float w, std::vector<uin
 }
 
 void runQuad(Scene& s, const Member& m, int x, int y, float w) {
-    m.fn(x, y, 1.0f, 3.0f, kTile, s.parity, 0, 0, 0, w);
+    int parity[5];
+    for (int k = 0; k < s.others(); ++k) parity[k] = (s.mvs[k].x & 1) ? -1 : 1;
+    m.fn(x, y, 1.0f, 3.0f, kTile, parity, 0, 0, 0, w);
 }
+
+void publish(Scene& s, const Member& m) { s.publish(m.code, static_cast<size_t>(s.W) * s.H * 2); }
 
 // Random texture with frames that are the reference shifted by their vector
 // plus noise wide enough to cross every clip.
 Scene randomScene(int W, int H, int others, uint32_t seed) {
     trvtest::Rng rng(seed);
     Scene s(W, H, others);
-    s.planes[0].y = trvtest::texturedPlane(W, H, seed);
-    s.planes[0].first = trvtest::texturedPlane(W / 2, H, seed + 1);
-    s.planes[0].second = trvtest::texturedPlane(W / 2, H, seed + 2);
+    s.planes[0] = fusiontest::texturedPlanes(W, H, seed);
     for (int k = 0; k < others; ++k) {
         s.mvs[k] = MV1{rng.uniform(-5, 5), rng.uniform(-5, 5), {0, 0, 0, 0}, 0.0};
-        for (int y = 0; y < H; ++y)
-            for (int x = 0; x < W; ++x) {
-                const int sx = std::min(W - 1, std::max(0, x - s.mvs[k].x));
-                const int sy = std::min(H - 1, std::max(0, y - s.mvs[k].y));
-                s.luma(k + 1, x, y) = static_cast<uint8_t>(std::min(255, std::max(0, s.luma(0, sx, sy) + rng.uniform(-40, 40))));
-                for (int c = 0; c < 2; ++c)
-                    s.chroma(k + 1, c, x, y) =
-                        static_cast<uint8_t>(std::min(255, std::max(0, s.chroma(0, c, sx, sy) + rng.uniform(-10, 10))));
-            }
+        auto& p = s.planes[k + 1] = fusiontest::shifted(s.planes[0], s.mvs[k].x, s.mvs[k].y);
+        fusiontest::addNoise(p.y, 40, seed + 10 * k + 1);
+        fusiontest::addNoise(p.first, 10, seed + 10 * k + 2);
+        fusiontest::addNoise(p.second, 10, seed + 10 * k + 3);
     }
     return s;
 }
@@ -182,7 +122,7 @@ TEST(StrictMerge, EveryLayoutMatchesThePlaneModelOnRandomBursts) {
         for (int others = 1; others <= 5; ++others) {
             const int W = 26 + 2 * others, H = 18 + 2 * others;
             Scene s = randomScene(W, H, others, 100u + others);
-            s.publish(m);
+            publish(s, m);
             gColor_offset = offsets[others % 3];
             std::vector<uint8_t> expected = s.out;
             trvtest::Rng rng(others);
@@ -208,7 +148,7 @@ struct HandQuad : ::testing::Test {
     }
     // Output luma (x, y) and chroma c of the quad (6, 6) after one merge.
     std::vector<int> merge(const Member& m, float w = 0.0f) {
-        s.publish(m);
+        publish(s, m);
         runQuad(s, m, 6, 6, w);
         return {s.out[outLuma(s, m.packedOut, 6, 6)], s.out[outLuma(s, m.packedOut, 7, 7)],
                 s.out[outChroma(s, m.packedOut, 6, 6, 0)], s.out[outChroma(s, m.packedOut, 6, 6, 1)]};
@@ -235,7 +175,7 @@ TEST_F(HandQuad, LumaDifferenceOf32IsClippedButOf33Ignored) {
 TEST_F(HandQuad, FeatherWeightAboveOneThousandthBlendsWithTheOldOutput) {
     for (const Member& m : kMembers) {
         // Identical frames: all sums 0. Old output luma/chroma set to 0.
-        s.publish(m);
+        publish(s, m);
         for (size_t i : {outLuma(s, m.packedOut, 6, 6), outLuma(s, m.packedOut, 7, 7),
                          outChroma(s, m.packedOut, 6, 6, 0), outChroma(s, m.packedOut, 6, 6, 1)})
             s.out[i] = 0;
@@ -277,7 +217,7 @@ TEST(StrictMergeEdges, DiagonalsJoinOnlyFromTheThirdEvenColumn) {
             for (int ny : {4, 6, 8})
                 for (int nx : {qx - 2, qx, qx + 2})
                     if (nx != qx || ny != 6) s.luma(0, nx, ny) = s.luma(1, nx, ny) = 96;
-            s.publish(m);
+            publish(s, m);
             runQuad(s, m, qx, 6, 0.0f);
             EXPECT_EQ(s.out[outLuma(s, m.packedOut, qx, 6)], qx == 2 ? 98 : 97) << m.name << " x " << qx;
         }
@@ -295,7 +235,7 @@ TEST(StrictMergeEdges, OddVectorsFindTheirChromaAndEdgesStayInside) {
             s.mvs[0] = MV1{mvx, -3, {0, 0, 0, 0}, 0.0};
             for (int y = 0; y < 10; ++y)
                 for (int x = 0; x < 12; ++x) s.chroma(1, 0, x, y) = 124, s.chroma(1, 1, x, y) = 131;
-            s.publish(m);
+            publish(s, m);
             std::vector<uint8_t> expected = s.out;
             for (int y : {0, 8})
                 for (int x = 0; x <= 10; x += 2) {
@@ -315,7 +255,7 @@ TEST(StrictMergeEdges, QuadsOutsideTheFrameAndTinyFramesWriteNothing) {
     for (const Member& m : kMembers) {
         Scene s(8, 6, 2);
         s.mvs[0] = MV1{40, -40, {0, 0, 0, 0}, 0.0};  // reflects below zero: clamped
-        s.publish(m);
+        publish(s, m);
         const std::vector<uint8_t> before = s.out;
         runQuad(s, m, 8, 0, 0.0f);
         runQuad(s, m, 0, 6, 0.0f);

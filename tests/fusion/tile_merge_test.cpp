@@ -2,16 +2,9 @@
 // merge of moving blocks, for every input layout.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <vector>
-
-#include "blend_model.h"
 #include "fusion/block_classify.h"
+#include "fusion/fusion_scene.h"
 #include "fusion/merge_geometry.h"
-#include "support/layouts.h"
-#include "support/synthetic.h"
-#include "trv/stages.h"
 
 namespace {
 
@@ -35,68 +28,40 @@ const Member kMembers[] = {
 // A burst over a textured background: each other frame is the reference
 // shifted by its vector with mild noise; frame 1 also carries a square
 // object, 100 levels off the background, that the reference does not have.
-struct Burst {
-    int W, H;
-    std::vector<trvtest::Planes422> planes;
-    std::vector<std::vector<uint8_t>> bytes;
-    std::vector<std::vector<MV1>> mvs;  // per frame, per tile
-    std::vector<uint8_t> out;
-    int objectX = 0, objectY = 0, objectSize = 0;
+// patchyNoise: 16 x 16 cells of strong noise here and there, so that a dark
+// scene gets scattered moving blocks.
+struct Burst : fusiontest::Frames {
+    int objectX, objectY, objectSize;
 
-    // patchyNoise: 16 x 16 cells of strong noise here and there, so that a
-    // dark scene gets scattered moving blocks.
     Burst(int w, int h, int others, const std::vector<std::pair<int, int>>& vectors, uint32_t seed,
           bool patchyNoise = false)
-        : W(w), H(h), planes(others + 1), mvs(others) {
+        : Frames(w, h, others), objectX(w / 2 - std::min(w, h) / 12), objectY(h / 2 - std::min(w, h) / 12),
+          objectSize(std::min(w, h) / 6) {
         trvtest::Rng rng(seed);
-        planes[0].w = w;
-        planes[0].h = h;
-        planes[0].y = trvtest::texturedPlane(w, h, seed);
-        planes[0].first = trvtest::texturedPlane(w / 2, h, seed + 1);
-        planes[0].second = trvtest::texturedPlane(w / 2, h, seed + 2);
-        objectSize = std::min(w, h) / 6;
-        objectX = w / 2 - objectSize / 2;
-        objectY = h / 2 - objectSize / 2;
+        planes[0] = fusiontest::texturedPlanes(w, h, seed);
         for (int k = 0; k < others; ++k) {
             const auto [mx, my] = vectors[k];
-            mvs[k].assign(64, MV1{mx, my, {0, 0, 0, 0}, 0.0});
-            auto& p = planes[k + 1];
-            p = planes[0];
+            mvs[k] = MV1{mx, my, {0, 0, 0, 0}, 0.0};
+            planes[k + 1] = fusiontest::shifted(planes[0], mx, my);
             for (int y = 0; y < h; ++y)
                 for (int x = 0; x < w; ++x) {
-                    const int sx = std::clamp(x - mx, 0, w - 1), sy = std::clamp(y - my, 0, h - 1);
                     const bool object = k == 0 && x >= objectX + mx && x < objectX + mx + objectSize &&
                                         y >= objectY + my && y < objectY + my + objectSize;
-                    const int under = planes[0].y[sy * w + sx];
-                    const int cell = (x / 16) * 7 + (y / 16) * 13 + k * 5;
-                    const int noise = patchyNoise && cell % 3 == 0 ? 24 : 3;
-                    p.y[y * w + x] = static_cast<uint8_t>(object ? (under < 128 ? under + 100 : under - 100)
-                                                                 : std::clamp(under + rng.uniform(-noise, noise), 0, 255));
-                    p.first[y * (w / 2) + x / 2] = planes[0].first[sy * (w / 2) + sx / 2];
-                    p.second[y * (w / 2) + x / 2] = planes[0].second[sy * (w / 2) + sx / 2];
+                    const int under = luma(k + 1, x, y);
+                    const int noise = patchyNoise && ((x / 16) * 7 + (y / 16) * 13 + k * 5) % 3 == 0 ? 24 : 3;
+                    luma(k + 1, x, y) = static_cast<uint8_t>(
+                        object ? (under < 128 ? under + 100 : under - 100)
+                               : std::clamp(under + rng.uniform(-noise, noise), 0, 255));
                 }
         }
     }
-    int others() const { return static_cast<int>(mvs.size()); }
 
     void publish(int code) {
-        bytes.clear();
-        for (auto& p : planes) bytes.push_back(trvtest::toLayout(p, code));
-        gINFormat = code;
-        gW = W;
-        gH = H;
-        Y_SIZE = W * H;
-        Y_SIZE_HALF = (W * H) >> 1;
-        blendmodel::setFrameCount(others());
+        Frames::publish(code, static_cast<size_t>(W) * H * 3 / 2, 99);
         NUM_16 = vdupq_n_u16(static_cast<uint16_t>(16 * others()));
         gColor_offset = 0.8f;
         gMeanY = 40;
         gMergeEnhanceID = 2;
-        for (int f = 0; f <= others(); ++f) gMergeInput[f] = bytes[f].data();
-        for (int k = 0; k < others(); ++k)
-            for (int t = 0; t < 64; ++t) gMergeMV[k][t] = &mvs[k][t];
-        out = trvtest::randomBytes(static_cast<size_t>(W) * H * 3 / 2, 99);
-        gMergrOut = out.data();
     }
 };
 
@@ -229,7 +194,7 @@ TEST_F(TileMerge, MovingObjectInOneFrameLeavesNoGhost) {
         int most = 0;
         for (int y = b.objectY + inset; y < b.objectY + b.objectSize - inset; ++y)
             for (int x = b.objectX + inset; x < b.objectX + b.objectSize - inset; ++x)
-                most = std::max(most, std::abs(b.out[y * b.W + x] - b.planes[0].y[y * b.W + x]));
+                most = std::max(most, std::abs(b.out[y * b.W + x] - b.luma(0, x, y)));
         return most;
     };
     for (const Member& m : kMembers) {

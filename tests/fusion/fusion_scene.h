@@ -1,0 +1,86 @@
+// Bursts held as planes (reference first) with one vector per other frame,
+// published to the fusion globals in any input layout.
+#pragma once
+
+#include <algorithm>
+#include <cstdlib>
+#include <vector>
+
+#include "fusion/blend_model.h"
+#include "support/layouts.h"
+#include "support/synthetic.h"
+#include "trv/stages.h"
+
+namespace fusiontest {
+
+// Mirror about the edge sample, landing one step inside.
+inline int reflect(int v, int n) {
+    v = std::abs(v);
+    return v >= n - 1 ? 2 * n - 4 - v : v;
+}
+
+inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
+    trvtest::Rng rng(seed);
+    for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));
+}
+
+inline trvtest::Planes422 texturedPlanes(int w, int h, uint32_t seed) {
+    trvtest::Planes422 p;
+    p.w = w, p.h = h;
+    p.y = trvtest::texturedPlane(w, h, seed);
+    p.first = trvtest::texturedPlane(w / 2, h, seed + 1);
+    p.second = trvtest::texturedPlane(w / 2, h, seed + 2);
+    return p;
+}
+
+// `ref` moved by (mx, my), edge samples repeated.
+inline trvtest::Planes422 shifted(const trvtest::Planes422& ref, int mx, int my) {
+    trvtest::Planes422 p = ref;
+    const int W = ref.w, H = ref.h;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const int sx = std::clamp(x - mx, 0, W - 1), sy = std::clamp(y - my, 0, H - 1);
+            p.y[y * W + x] = ref.y[sy * W + sx];
+            p.first[y * (W / 2) + x / 2] = ref.first[sy * (W / 2) + sx / 2];
+            p.second[y * (W / 2) + x / 2] = ref.second[sy * (W / 2) + sx / 2];
+        }
+    return p;
+}
+
+struct Frames {
+    int W, H;
+    std::vector<trvtest::Planes422> planes;
+    std::vector<MV1> mvs;  // the same vector on every tile
+    std::vector<std::vector<uint8_t>> bytes;
+    std::vector<uint8_t> out;
+
+    // Flat frames: luma 100, chroma 128.
+    Frames(int w, int h, int others) : W(w), H(h), planes(others + 1), mvs(others) {
+        for (auto& p : planes) {
+            p.w = w, p.h = h;
+            p.y.assign(w * h, 100);
+            p.first.assign(w / 2 * h, 128);
+            p.second.assign(w / 2 * h, 128);
+        }
+    }
+    int others() const { return static_cast<int>(mvs.size()); }
+    uint8_t& luma(int f, int x, int y) { return planes[f].y[y * W + x]; }
+    uint8_t& chroma(int f, int which, int x, int y) {
+        return (which ? planes[f].second : planes[f].first)[y * (W / 2) + x / 2];
+    }
+
+    // The frames in layout `code`; `out` gets `outBytes` random bytes.
+    void publish(int code, size_t outBytes, uint32_t outSeed = 7) {
+        bytes.clear();
+        for (auto& p : planes) bytes.push_back(trvtest::toLayout(p, code));
+        gINFormat = code, gW = W, gH = H, Y_SIZE = W * H, Y_SIZE_HALF = (W * H) >> 1;
+        blendmodel::setFrameCount(others());
+        for (size_t f = 0; f < bytes.size(); ++f) gMergeInput[f] = bytes[f].data();
+        for (int k = 0; k < others(); ++k)
+            for (int t = 0; t < 64; ++t) gMergeMV[k][t] = &mvs[k];
+        out = trvtest::randomBytes(outBytes, outSeed);
+        gMergrOut = out.data();
+    }
+};
+
+}  // namespace fusiontest
