@@ -111,11 +111,13 @@ struct Model {
         return v >= size - 1 ? 2 * size - 4 - v : v;
     }
 
+    // Strips are sized from whole tiles, so the last column's may reach past
+    // the frame's right edge: pixels there do not exist and are not written.
     void strip(int t, int x0, int y0, int w, int h) {
         const int n = s.n;
         int f[5];
-        for (int y = y0; y < y0 + h; y += 2)
-            for (int x = x0; x < x0 + w; x += 2) {
+        for (int y = y0; y < std::min(y0 + h, s.h); y += 2)
+            for (int x = x0; x < std::min(x0 + w, s.w); x += 2) {
                 int px[5], py[5];
                 for (int k = 0; k < n; ++k) {
                     px[k] = reflect(x + mv(k, t).x, s.w);
@@ -220,6 +222,7 @@ TEST_F(SimpleFusion, EveryLayoutMatchesTheTileModel) {
         cases.push_back({64, 32, format, 2, 0, 5});  // zero vectors: no strips
     }
     cases.push_back({1000, 16, 4, 2, 2, 11});  // tiles 126 wide, the last 1000 - 882 - R
+    cases.push_back({1000, 16, 4, 2, 2, 1042});  // a bottom strip of tile 63 that reaches past the right edge
     for (const Case& c : cases) {
         Scene s = makeScene(c.w, c.h, c.format, c.n, c.reach, c.seed);
         if (c.w == 1000) {  // tile 0 shifted left: a 4-column reflected margin
