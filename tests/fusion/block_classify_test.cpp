@@ -178,6 +178,108 @@ TEST(BlockClassify, EveryTileMatchesTheReflectingModel) {
     EXPECT_LT(moving, cells - cells / 20);
 }
 
+// Per-frame counts of one tile, block by block, from a plain model: the
+// sample positions reflect at the frame edge; blocks far from every edge
+// read each frame from one start column and row per sample row, moved to
+// the frame's last columns or row when the vector points out of it.
+std::vector<int> modelCounts(Frames& b, ClassifySamples samples, int tile) {
+    using fusiontest::reflect;
+    const trv::TileGeometry g = trv::tileGeometry(tile, b.W, b.H);
+    const int W = b.W, H = b.H, N = b.others(), S = g.block, n = (S + 8) / 2;
+    const bool colour = samples == ClassifySamples::LumaAndColour;
+    auto Y = [&](int f, int x, int y) { return static_cast<int>(b.luma(f, x, y)); };
+    auto C = [&](int f, int c, int x, int y) { return static_cast<int>(b.chroma(f, c, x, y & ~1)); };
+    std::vector<int> counts(g.rows * g.cols * trv::kMaxClassifyFrames, 0);
+    for (int r = 0; r < g.rows; ++r)
+        for (int c = 0; c < g.cols; ++c) {
+            const int bx = g.x0 - S + c * S, by = g.y0 - S + r * S;
+            const bool far = bx >= 82 && bx + S + 3 < W - 78 && by >= 82 && by + S + 3 < H - 78;
+            for (int j = 0; j < n; ++j)
+                for (int i = 0; i < n; ++i) {
+                    const int x = reflect(bx - 3 + 2 * i, W), y = reflect(by - 3 + 2 * j, H);
+                    int A = 0;
+                    const int dxs[4] = {-2, 2, 0, 0}, dys[4] = {0, 0, -2, 2};
+                    const bool ok[4] = {x > 1, x < W - 2, y > 1, y < H - 2};
+                    for (int e = 0; e < 4; ++e) {
+                        if (!ok[e]) continue;
+                        A += std::abs(Y(0, x, y) - Y(0, x + dxs[e], y + dys[e]));
+                        if (colour)
+                            for (int ch = 0; ch < 2; ++ch)
+                                A += std::abs(C(0, ch, x, y) - C(0, ch, x + dxs[e], y + dys[e]));
+                    }
+                    const int T = gMeanY < 19 ? 12 : colour ? std::clamp(A, 20, 35) : std::clamp(A, 16, 25);
+                    for (int k = 0; k < N; ++k) {
+                        const int mx = b.mvs[k].x, my = b.mvs[k].y;
+                        int xk = reflect(x + mx, W), yk = reflect(y + my, H);
+                        if (far) {
+                            xk = std::abs(bx + S + 3 + mx) < W - 1 ? x + mx : W - S - 8 + 2 * i;
+                            xk = std::clamp(xk - 2 * i, 0, W - S - 8) + 2 * i;
+                            yk = std::clamp(std::abs(y + my) < H - 1 ? y + my : H - 2, 0, H - 2);
+                        }
+                        int D = std::abs(Y(0, x, y) - Y(k + 1, xk, yk));
+                        if (colour)
+                            for (int ch = 0; ch < 2; ++ch) D += std::abs(C(0, ch, x, y) - C(k + 1, ch, xk, yk));
+                        if (D > T) counts[(r * g.cols + c) * trv::kMaxClassifyFrames + k] += 4;
+                    }
+                }
+        }
+    return counts;
+}
+
+// Block sizes 6 to 42 (7 to 25 samples a row: below one vector, exactly
+// one, and every remainder), odd heights, vectors small, large
+// and out of the frame, noise near the thresholds, dark and bright scenes.
+TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
+    struct Case {
+        int W, H, code;
+        ClassifySamples samples;
+    };
+    const Case cases[] = {{200, 301, 1, ClassifySamples::PlanarLuma},    {300, 300, 4, ClassifySamples::LumaAndColour},
+                          {520, 290, 2, ClassifySamples::PackedLuma},    {600, 320, 4, ClassifySamples::LumaAndColour},
+                          {700, 301, 0, ClassifySamples::PlanarLuma},    {1000, 290, 4, ClassifySamples::LumaAndColour},
+                          {1600, 291, 2, ClassifySamples::PackedLuma},   {2000, 300, 1, ClassifySamples::PlanarLuma},
+                          {2720, 290, 4, ClassifySamples::LumaAndColour}, {4000, 300, 2, ClassifySamples::PackedLuma},
+                          {4000, 301, 4, ClassifySamples::LumaAndColour}};
+    int interior = 0, hits = 0, total = 0;
+    for (const Case& cs : cases) {
+        for (int others = 1; others <= 5; others += 2) {
+            const uint32_t seed = 7u * others + static_cast<uint32_t>(cs.W + cs.H);
+            trvtest::Rng rng(seed);
+            Frames b(cs.W, cs.H, others);
+            b.planes[0] = fusiontest::texturedPlanes(cs.W, cs.H, seed);
+            fusiontest::addNoise(b.planes[0].y, rng.uniform(0, 8), seed + 1);
+            for (int k = 0; k < others; ++k) {
+                // The third frame's vector may point out of the frame from an
+                // interior block; mirrored once, border samples stay inside.
+                const int reach = k == 2 ? std::min(cs.W, cs.H) / 3 : k == 1 ? 30 : 7;
+                b.mvs[k] = MV1{rng.uniform(-reach, reach), rng.uniform(-reach, reach), {0, 0, 0, 0}, 0.0};
+                b.planes[k + 1] = fusiontest::shifted(b.planes[0], b.mvs[k].x, b.mvs[k].y);
+                fusiontest::addNoise(b.planes[k + 1].y, rng.uniform(4, 30), seed + 10 + k);
+                fusiontest::addNoise(b.planes[k + 1].first, rng.uniform(0, 12), seed + 20 + k);
+            }
+            for (int tile : {0, 18, 27, 29, 36, 44, 63}) {
+                gMeanY = tile % 3 ? 40 : 12;
+                b.publish(cs.code, 0);
+                const trv::TileGeometry g = trv::tileGeometry(tile, cs.W, cs.H);
+                std::vector<int32_t> got(g.rows * g.cols * trv::kMaxClassifyFrames, 0);
+                trv::countDisagreements(g, tile, cs.samples, got.data());
+                const std::vector<int> want = modelCounts(b, cs.samples, tile);
+                ASSERT_EQ(std::vector<int>(got.begin(), got.end()), want)
+                    << cs.W << "x" << cs.H << " code " << cs.code << " tile " << tile << " others " << others;
+                for (int r = 0; r < g.rows; ++r)
+                    for (int c = 0; c < g.cols; ++c) {
+                        const int bx = g.x0 - g.block + c * g.block, by = g.y0 - g.block + r * g.block;
+                        interior += bx >= 82 && bx + g.block + 3 < cs.W - 78 && by >= 82 && by + g.block + 3 < cs.H - 78;
+                    }
+                for (int v : want) hits += v > 0, total += 1;
+            }
+        }
+    }
+    // Interior blocks are reached, and counts are neither all zero nor all full.
+    EXPECT_GT(interior, 500);
+    EXPECT_GT(hits, total / 10);
+}
+
 // Uniform scenes: every block of the tile gets the same verdict.
 struct UniformScene {
     Frames b{416, 352, 1};
