@@ -1,4 +1,4 @@
-// Per-block refinement against plain models of the stated rules on random
+// Per-block refinement against plain models of their rules on random
 // blocks of awkward widths, hand-built bias, tie and lane-overflow cases, and
 // blocks that end exactly at the end of their buffer.
 #include <gtest/gtest.h>
