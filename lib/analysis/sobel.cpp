@@ -1,5 +1,6 @@
 // Sharpness measure: mean L1 magnitude of the 3 x 3 Sobel pair over the whole
 // image and over its central 6/8 x 6/8 region.
+#include "common/arith.h"
 #include "trv/stages.h"
 
 namespace {
@@ -54,8 +55,6 @@ uint32_t segmentSum(const uint8_t* above, const uint8_t* row, const uint8_t* bel
     return sum;
 }
 
-inline int clampInt(int v, int lo, int hi) { return v < lo ? lo : (v > hi ? hi : v); }
-
 }  // namespace
 
 extern "C" void xCalcSobelHV(unsigned char* img, int w, int h, float* whole, float* inner) {
@@ -63,8 +62,8 @@ extern "C" void xCalcSobelHV(unsigned char* img, int w, int h, float* whole, flo
     // Measured columns are 1 .. w - 2; the inner region's columns w8 .. 7 w8 - 1
     // split a row of the inner rows into three segments.
     const int first = 1, last = w - 1;
-    const int innerBegin = clampInt(w8, first, last > first ? last : first);
-    const int innerEnd = clampInt(7 * w8, innerBegin, last > innerBegin ? last : innerBegin);
+    const int innerBegin = trv::clampInt(w8, first, last > first ? last : first);
+    const int innerEnd = trv::clampInt(7 * w8, innerBegin, last > innerBegin ? last : innerBegin);
     SobelSums sums;
     for (int r = 1; r <= h - 2; ++r) {
         const uint8_t* row = img + static_cast<size_t>(r) * w;

@@ -7,6 +7,7 @@
 
 #include "common/arith.h"
 #include "fusion/blend_rules.h"
+#include "fusion/merge_geometry.h"
 #include "trv/stages.h"
 
 namespace {
@@ -50,17 +51,6 @@ Margins marginsOf(int b, int n, int tileHeight) {
     m.left = raisedToEven(-minX > 0 ? -minX : 0);
     m.right = raisedToEven(maxX > 0 ? maxX : 0);
     return m;
-}
-
-// Reflection about size - 2, applied from size - 1 on so that the second
-// sample of a 2 x 2 group stays inside. Vectors larger than the frame would
-// reflect outside it again; those (and frames narrower than 2) are clamped
-// into [0, size - 2] so that no read leaves the frame.
-int reflect(int v, int size) {
-    v = v < 0 ? -v : v;
-    if (v >= size - 1) v = 2 * size - 4 - v;
-    const int last = size >= 2 ? size - 2 : 0;
-    return trv::clampInt(v, 0, last);
 }
 
 // Where luma and chroma of a pixel lie in each input layout. Chroma is read
@@ -110,8 +100,8 @@ void blendReflected(const LayoutReader& layout, int x0, int y0, int w, int h, in
         for (int x = x0; x < x0 + w; x += 2) {
             int px[kMaxAlignedFrames], py[kMaxAlignedFrames];
             for (int k = 0; k < n; ++k) {
-                px[k] = reflect(x + gMergeMV[k][b]->x, gW);
-                py[k] = reflect(y + gMergeMV[k][b]->y, gH);
+                px[k] = trv::reflectInto(x + gMergeMV[k][b]->x, gW);
+                py[k] = trv::reflectInto(y + gMergeMV[k][b]->y, gH);
             }
             int f[kMaxAlignedFrames];
             for (int j = 0; j < 2; ++j) {

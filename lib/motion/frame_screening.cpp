@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "common/arith.h"
 #include "common/threads.h"
 #include "motion/screening.h"
 #include "trv/stages.h"
@@ -44,8 +45,6 @@ struct JudgementOrder {
 JudgementOrder* gJudgementOrder = nullptr;
 
 int64_t magnitude(int32_t v) { return v < 0 ? -static_cast<int64_t>(v) : v; }
-
-int32_t clampMotion(int32_t v) { return v > kLargeMotion ? kLargeMotion : (v < -kLargeMotion ? -kLargeMotion : v); }
 
 // Mean absolute deviation of 12 x 12 blocks of the reference's quarter
 // image, over the blocks that deviate less than three mean errors. The
@@ -92,8 +91,8 @@ void judgeFrame(int slot) {
         dropFrame(slot);
     } else {
         // Dark scenes with few frames keep the frame and limit its motion.
-        mv->x = clampMotion(mv->x);
-        mv->y = clampMotion(mv->y);
+        mv->x = trv::clampInt(mv->x, -kLargeMotion, kLargeMotion);
+        mv->y = trv::clampInt(mv->y, -kLargeMotion, kLargeMotion);
     }
 }
 

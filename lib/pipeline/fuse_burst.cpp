@@ -38,8 +38,7 @@ int32_t validateBurst(const _tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param,
 }
 
 bool isFused(const _tag_TRV_FUSE_REPORT& report, int32_t frame) {
-    const int32_t listed = report.framesFused < 1 ? 1 : report.framesFused;
-    for (int32_t k = 0; k < listed && k < TRV_MAX_FRAMES; ++k) {
+    for (int32_t k = 0; k < report.framesFused && k < TRV_MAX_FRAMES; ++k) {
         if (report.frameOrder[k] == frame) return true;
     }
     return false;
@@ -47,7 +46,9 @@ bool isFused(const _tag_TRV_FUSE_REPORT& report, int32_t frame) {
 
 void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* report) {
     memset(report, 0, sizeof *report);
-    report->reference = burst.reference;
+    // After a reference swap the fused frame's anchor is the second frame:
+    // the reference is whatever heads the fused order.
+    report->reference = burst.frameOrder[0];
     report->swappedReference = burst.swappedReference;
     report->framesFused = burst.framesFused;
     report->meanLuma = burst.meanLuma;
@@ -60,8 +61,6 @@ void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* 
             report->vectorY[k] = burst.globalVectors[k - 1].y;
         }
     }
-    // A single-frame result is the reference itself, whichever path set it.
-    if (burst.framesFused <= 1) report->frameOrder[0] = burst.reference;
     for (int32_t i = 0; i < picNum; ++i) {
         if (isFused(*report, i)) {
             report->frameFate[i] = TRV_FRAME_FUSED;
