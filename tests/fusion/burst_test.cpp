@@ -27,21 +27,13 @@ const Capture kCaptures[] = {
 
 // A textured canvas kPad larger on every side than the frames.
 const trvtest::Planes422& canvas() {
-    static const trvtest::Planes422 c = fusiontest::texturedPlanes(kW + 2 * kPad, kH + 2 * kPad, 3);
+    static const trvtest::Planes422 c = trvtest::texturedPlanes(kW + 2 * kPad, kH + 2 * kPad, 3);
     return c;
 }
 
 // The clean frame seen from offset (dx, dy) (even), object included.
 trvtest::Planes422 view(const Capture& c) {
-    trvtest::Planes422 p;
-    p.w = kW, p.h = kH;
-    p.y.resize(static_cast<size_t>(kW) * kH), p.first.resize(p.y.size() / 2), p.second.resize(p.y.size() / 2);
-    for (int r = 0; r < kH; ++r) {
-        std::copy_n(&canvas().y[static_cast<size_t>(r + kPad + c.dy) * canvas().w + kPad + c.dx], kW, &p.y[static_cast<size_t>(r) * kW]);
-        const size_t at = static_cast<size_t>(r + kPad + c.dy) * (canvas().w / 2) + (kPad + c.dx) / 2;
-        std::copy_n(&canvas().first[at], kW / 2, &p.first[static_cast<size_t>(r) * (kW / 2)]);
-        std::copy_n(&canvas().second[at], kW / 2, &p.second[static_cast<size_t>(r) * (kW / 2)]);
-    }
+    trvtest::Planes422 p = trvtest::cropPlanes(canvas(), kPad + c.dx, kPad + c.dy, kW, kH);
     for (int r = c.objY; r < c.objY + kObject; ++r)
         std::fill_n(&p.y[static_cast<size_t>(r) * kW + c.objX], kObject, kObjectLuma);
     return p;

@@ -24,14 +24,7 @@ inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
     for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));
 }
 
-inline trvtest::Planes422 texturedPlanes(int w, int h, uint32_t seed) {
-    trvtest::Planes422 p;
-    p.w = w, p.h = h;
-    p.y = trvtest::texturedPlane(w, h, seed);
-    p.first = trvtest::texturedPlane(w / 2, h, seed + 1);
-    p.second = trvtest::texturedPlane(w / 2, h, seed + 2);
-    return p;
-}
+using trvtest::texturedPlanes;
 
 // `ref` moved by (mx, my), edge samples repeated.
 inline trvtest::Planes422 shifted(const trvtest::Planes422& ref, int mx, int my) {

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "pipeline/driver.h"
@@ -31,27 +32,14 @@ uint64_t checksum(const std::vector<uint8_t>& bytes) {
 // frames; and chroma pairs stay whole), with noise of its own.
 trvtest::Planes422 burstFrame(int k) {
     static const int kOffsets[6][2] = {{0, 0}, {4, -2}, {-6, 4}, {2, 6}, {-4, -6}, {8, 2}};
-    const int cw = kW + 2 * kPad, ch = kH + 2 * kPad;
-    static const std::vector<uint8_t> sceneY = trvtest::texturedPlane(cw, ch, 11);
-    static const std::vector<uint8_t> sceneU = trvtest::texturedPlane(cw / 2, ch, 12);
-    static const std::vector<uint8_t> sceneV = trvtest::texturedPlane(cw / 2, ch, 13);
-    const int dx = kOffsets[k][0], dy = kOffsets[k][1];
+    static const trvtest::Planes422 scene = [] {
+        trvtest::Planes422 s = trvtest::texturedPlanes(kW + 2 * kPad, kH + 2 * kPad, 11);
+        std::swap(s.first, s.second);  // V (seed 13) stored first, as in NV21
+        return s;
+    }();
+    trvtest::Planes422 p = trvtest::cropPlanes(scene, kPad + kOffsets[k][0], kPad + kOffsets[k][1], kW, kH);
     trvtest::Rng rng(100u + static_cast<uint32_t>(k));
-    auto noisy = [&](uint8_t v) {
-        const int n = v / 2 + rng.uniform(-3, 3);  // a dim scene
-        return static_cast<uint8_t>(std::clamp(n, 0, 255));
-    };
-    trvtest::Planes422 p;
-    p.w = kW;
-    p.h = kH;
-    for (int r = 0; r < kH; ++r) {
-        for (int x = 0; x < kW; ++x) p.y.push_back(noisy(sceneY[static_cast<size_t>(r + kPad + dy) * cw + x + kPad + dx]));
-        for (int x = 0; x < kW / 2; ++x) {
-            const size_t at = static_cast<size_t>(r + kPad + dy) * (cw / 2) + x + (kPad + dx) / 2;
-            p.first.push_back(sceneV[at]);
-            p.second.push_back(sceneU[at]);
-        }
-    }
+    for (auto& v : p.y) v = static_cast<uint8_t>(std::clamp(v / 2 + rng.uniform(-3, 3), 0, 255));  // a dim scene
     return p;
 }
 

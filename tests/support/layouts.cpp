@@ -1,5 +1,7 @@
 #include "support/layouts.h"
 
+#include <cstddef>
+
 #include "support/synthetic.h"
 
 namespace trvtest {
@@ -11,6 +13,31 @@ Planes422 randomPlanes(int w, int h, uint32_t seed) {
     p.y = randomBytes(static_cast<size_t>(w) * h, seed);
     p.first = randomBytes(static_cast<size_t>(w / 2) * h, seed + 1);
     p.second = randomBytes(static_cast<size_t>(w / 2) * h, seed + 2);
+    return p;
+}
+
+Planes422 texturedPlanes(int w, int h, uint32_t seed) {
+    Planes422 p;
+    p.w = w;
+    p.h = h;
+    p.y = texturedPlane(w, h, seed);
+    p.first = texturedPlane(w / 2, h, seed + 1);
+    p.second = texturedPlane(w / 2, h, seed + 2);
+    return p;
+}
+
+Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h) {
+    Planes422 p;
+    p.w = w;
+    p.h = h;
+    const int cw = canvas.w / 2;
+    for (int r = 0; r < h; ++r) {
+        const auto luma = canvas.y.begin() + static_cast<ptrdiff_t>(r + y0) * canvas.w + x0;
+        p.y.insert(p.y.end(), luma, luma + w);
+        const ptrdiff_t at = static_cast<ptrdiff_t>(r + y0) * cw + x0 / 2;
+        p.first.insert(p.first.end(), canvas.first.begin() + at, canvas.first.begin() + at + w / 2);
+        p.second.insert(p.second.end(), canvas.second.begin() + at, canvas.second.begin() + at + w / 2);
+    }
     return p;
 }
 

@@ -17,6 +17,14 @@ struct Planes422 {
 
 Planes422 randomPlanes(int w, int h, uint32_t seed);
 
+// Planes of the natural-looking texture of texturedPlane (seeds seed,
+// seed + 1, seed + 2 for luma, first and second chroma).
+Planes422 texturedPlanes(int w, int h, uint32_t seed);
+
+// The w x h window of `canvas` whose top-left is (x0, y0); x0 even, so that
+// the window's chroma pairs are the canvas's.
+Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h);
+
 // The frame in input layout `code` (0, 1, 2 or 4), as a caller would pass it.
 std::vector<uint8_t> toLayout(const Planes422& p, int code);
 
