@@ -45,14 +45,15 @@ uint8x8_t blendChroma8(uint8x8_t c, const uint8x8_t* f, int n) {
 
 // Scalar tails: sample i of every frame row.
 uint8_t lumaTail(int x, const uint8_t* const* rows, ptrdiff_t i, int n) {
-    if (n == 1) return trv::pairMean(x, rows[0][i], 16);
+    if (n == 1) return trv::lumaPairMean(x, rows[0][i]);
     int f[kMaxAlignedFrames];
     for (int k = 0; k < n; ++k) f[k] = rows[k][i];
     return trv::lumaByTable(x, f, n);
 }
 
+// Chroma has no pair-mean tail: with one other frame too the clamped
+// difference is divided by table (100 with 103 gives 101, the vector 102).
 uint8_t chromaTail(int c, const uint8_t* const* rows, ptrdiff_t i, int n) {
-    if (n == 1) return trv::pairMean(c, rows[0][i], 10);
     int f[kMaxAlignedFrames];
     for (int k = 0; k < n; ++k) f[k] = rows[k][i];
     return trv::chromaByTable(c, f, n);

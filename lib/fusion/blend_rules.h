@@ -44,9 +44,10 @@ inline uint8_t chromaByTable(int c, const int* f, int n) {
     return static_cast<uint8_t>(c - divNUM_1[sum + 120]);
 }
 
-// One other frame: the rounded mean of x and f clamped to x +- limit.
-inline uint8_t pairMean(int x, int f, int limit) {
-    return static_cast<uint8_t>((clampInt(f - x, -limit, limit) + 2 * x + 1) >> 1);
+// Luma with one other frame: the rounded mean of x and f clamped to x +- 16.
+// Chroma has no such rule; it keeps the table division.
+inline uint8_t lumaPairMean(int x, int f) {
+    return static_cast<uint8_t>((clampInt(f - x, -16, 16) + 2 * x + 1) >> 1);
 }
 
 }  // namespace trv

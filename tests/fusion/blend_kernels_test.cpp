@@ -47,7 +47,7 @@ int want(const Burst& b, size_t i, int c, int width, int vectorEnd, bool luma) {
     for (int k = 0; k < n; ++k) f[k] = b.frames[k][i];
     if (c >= width) return kUntouched;
     if (luma) return c < vectorEnd ? blendmodel::vectorLuma(x, f, n) : blendmodel::tailLuma(x, f, n);
-    return c < vectorEnd ? blendmodel::vectorChroma(x, f, n) : blendmodel::tailChroma(x, f, n);
+    return c < vectorEnd ? blendmodel::vectorChroma(x, f, n) : blendmodel::tableChroma(x, f, n);
 }
 
 class BlendKernels : public ::testing::Test {
@@ -163,6 +163,28 @@ TEST_F(BlendKernels, WorkedLumaExamplesOnBothPaths) {
             mergeBlk_Y_neon(ref.data(), p.data(), out.data(), width, 1);
             EXPECT_EQ(out[0], width == 8 ? cs.vectorWant : cs.tailWant) << cs.x << " width " << width;
         }
+    }
+}
+
+// Chroma 100 with one frame at 103: the vector path rounds the pair mean to
+// 102, every tail divides -3 by table: 100 - trunc(-3 / 2) = 101. Luma of the
+// packed rows (100 with 103) keeps its pair mean, 102, on both paths.
+TEST_F(BlendKernels, OneFrameChromaTailDividesByTable) {
+    gW = 16, gH = 2;
+    setFrameCount(1);
+    std::vector<uint8_t> ref(64, 100), frame(64, 103), out(48);
+    unsigned char* frames[] = {frame.data()};
+    for (int width : {16, 8, 1}) {
+        for (int format : {0, 1, 4}) {
+            gINFormat = format;
+            std::fill(out.begin(), out.end(), 0);
+            mergeBlk_uv_neon(ref.data(), frames, out.data(), width, 2);
+            const int vectorStep = format == 0 ? 16 : 8;
+            EXPECT_EQ(out[0], width >= vectorStep ? 102 : 101) << format << " width " << width;
+        }
+        mergeBlk_YUV_neon_YUYV(ref.data(), frames, out.data(), out.data() + 32, width, 2);
+        EXPECT_EQ(out[0], 102) << "packed luma width " << width;
+        EXPECT_EQ(out[32], width == 1 ? 101 : 102) << "packed chroma width " << width;
     }
 }
 

@@ -71,15 +71,11 @@ inline uint8_t vectorChroma(int c, const int* f, int n) {
     return vectorDivide(s, n + 1);
 }
 
+// Scalar chroma rule, for every frame count (no pair-mean tail).
 inline uint8_t tableChroma(int c, const int* f, int n) {
     int s = 0;
     for (int k = 0; k < n; ++k) s += clampTo(c - f[k], -10, 10);
     return static_cast<uint8_t>(c - s / (n + 1));
-}
-
-inline uint8_t tailChroma(int c, const int* f, int n) {
-    if (n == 1) return static_cast<uint8_t>((c + clampTo(f[0], c - 10, c + 10) + 1) >> 1);
-    return tableChroma(c, f, n);
 }
 
 }  // namespace blendmodel

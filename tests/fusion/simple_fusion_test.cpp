@@ -102,7 +102,7 @@ struct Model {
                     (k ? f[k - 1] : refC) = v;
                 }
                 out[Y() + static_cast<size_t>(s.w) * (y / 2 + r / 2) + x + c] =
-                    c < chromaVector ? blendmodel::vectorChroma(refC, f, n) : blendmodel::tailChroma(refC, f, n);
+                    c < chromaVector ? blendmodel::vectorChroma(refC, f, n) : blendmodel::tableChroma(refC, f, n);
             }
     }
 
