@@ -115,15 +115,19 @@ int lumaLowPass(const uint8_t* ref, int x, int y, const trv::Neighbours& n, int 
     return clampInt((8 * centre - sum) >> 3, -3, 3);
 }
 
-// which = 0 for the first chroma sample, 1 for the second.
+// which = 0 for the first chroma sample, 1 for the second. "One chroma row
+// up" and "one chroma row down" are one stored chroma row: two luma rows on
+// half-height chroma, the next stored row on full-height chroma; the guards
+// stay those of the luma rows two away (y >= 2, y < H - 2).
 template <class In>
 int chromaLowPass(const uint8_t* ref, int x, int y, const trv::Neighbours& n, size_t which) {
     const size_t off = which * In::second();
+    const int rowStep = In::kHalfHeightChroma ? 2 : 1;
     const int centre = ref[In::chroma(x, y) + off];
     const int sum = (n.left ? ref[In::chroma(x - 2, y) + off] : centre) +
                     (n.chromaRight ? ref[In::chroma(x + 2, y) + off] : centre) +
-                    (n.up ? ref[In::chroma(x, y - 2) + off] : centre) +
-                    (n.chromaDown ? ref[In::chroma(x, y + 2) + off] : centre);
+                    (n.up ? ref[In::chroma(x, y - rowStep) + off] : centre) +
+                    (n.chromaDown ? ref[In::chroma(x, y + rowStep) + off] : centre);
     return clampInt((4 * centre - sum) >> 2, -3, 3);
 }
 

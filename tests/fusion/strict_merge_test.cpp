@@ -81,8 +81,9 @@ void modelQuad(Scene& s, const Member& m, int x, int y, float w, std::vector<uin
     }
     for (int c = 0; c < 2; ++c) {
         const int centre = C(0, c, x, y);
+        const int up = halfChroma ? 2 : 1;  // one chroma row
         const int nsum = (hasL ? C(0, c, x - 2, y) : centre) + (hasR ? C(0, c, x + 2, y) : centre) +
-                         (hasU ? C(0, c, x, y - 2) : centre) + (hasD ? C(0, c, x, y + 2) : centre);
+                         (hasU ? C(0, c, x, y - up) : centre) + (hasD ? C(0, c, x, y + up) : centre);
         const int Pc = std::min(3, std::max(-3, (4 * centre - nsum) >> 2));
         const int a = sc[c] / (N + 1);
         uint8_t& o = out[outChroma(s, m.packedOut, x, y, c)];
@@ -203,6 +204,15 @@ TEST_F(HandQuad, ColourOffsetRoundsUpAtTheTop) {
         EXPECT_EQ(got[2], 255) << m.name;  // 254 + 1.2
         EXPECT_EQ(got[3], 254) << m.name;  // 253 + 1.2 truncated
     }
+}
+
+// One chroma row up and down: rows 5 and 7 (first sample 132) on full-height
+// chroma, P = (512 - 520) >> 2 = -2, 128 + 2 + 0.5; on NV21 chroma rows 2
+// and 4 (luma rows 4 and 8, first sample 100), P = 56 >> 2 -> 3, 128 - 3 + 0.5.
+TEST_F(HandQuad, ChromaLowPassTakesOneChromaRowUpAndDown) {
+    for (int y : {4, 8}) s.chroma(0, 0, 6, y) = 100;
+    for (int y : {5, 7}) s.chroma(0, 0, 6, y) = 132;
+    for (const Member& m : kMembers) EXPECT_EQ(merge(m)[2], m.code == 4 ? 125 : 130) << m.name;
 }
 
 TEST(StrictMergeEdges, DiagonalsJoinOnlyFromTheThirdEvenColumn) {
