@@ -2,6 +2,7 @@
 // columns, of each quarter-scale plane; per plane four row threads, a join,
 // four column threads.
 #include <algorithm>
+#include <cstdint>
 #include <vector>
 
 #include "retinex/line_split.h"
@@ -12,11 +13,13 @@ namespace {
 
 constexpr int kPlanes = 3;
 
-// The quarter planes as the blur sees them. Their size comes from the
-// pipeline's frame size (gW / 4 x gH / 4); when that disagrees with the
-// image being processed, only the top-left part that exists in both sizes is
-// filtered, laid out as the planes really are (stride gMSRw / 4, one plane
-// every gMSRh / 4 rows), so nothing outside the planes is touched.
+// The quarter planes as the blur sees them: gH / 4 rows of gW / 4 columns,
+// row stride gW / 4, plane p at p (gH / 4) (gW / 4), taken from the
+// pipeline's frame size even when it differs from the image's. Where those
+// three planes would not fit in the 3 (h / 4) (w / 4) bytes allocated, only
+// the top-left part that exists in both sizes is filtered, laid out as the
+// image's planes are (stride w / 4, one plane every h / 4 rows), so nothing
+// outside the allocation is touched.
 struct PlaneView {
     uint8_t* base;
     int rows, cols, stride;
@@ -24,11 +27,15 @@ struct PlaneView {
 
 bool planeView(int p, PlaneView* view) {
     if (gGaussOut == nullptr || p < 0 || p >= kPlanes) return false;
-    const int stride = gMSRw / 4, planeRows = gMSRh / 4;
-    view->rows = std::min(gH / 4, planeRows);
-    view->cols = std::min(gW / 4, stride);
-    view->stride = stride;
-    view->base = gGaussOut + static_cast<size_t>(p) * planeRows * stride;
+    const int rows = gH / 4, cols = gW / 4;
+    const int imageRows = gMSRh / 4, imageStride = gMSRw / 4;
+    if (rows <= 0 || cols <= 0) return false;
+    if (static_cast<int64_t>(rows) * cols <= static_cast<int64_t>(imageRows) * imageStride) {
+        *view = {gGaussOut + static_cast<size_t>(p) * rows * cols, rows, cols, cols};
+    } else {
+        *view = {gGaussOut + static_cast<size_t>(p) * imageRows * imageStride, std::min(rows, imageRows),
+                 std::min(cols, imageStride), imageStride};
+    }
     return view->rows > 0 && view->cols > 0;
 }
 

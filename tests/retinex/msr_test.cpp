@@ -40,45 +40,51 @@ int modelDarken(int v, int g) {
     return static_cast<int>((low * high) >> 20);
 }
 
-// Rows, then columns, of the top-left rows x cols of a plane of stride qw.
-void blurPlane(std::vector<uint8_t>& p, int qw, int rows, int cols) {
+// Rows, then columns, of rows x cols samples of stride `stride` from p.
+void blurPlane(uint8_t* p, int stride, int rows, int cols) {
     for (int y = 0; y < rows; ++y) {
-        const std::vector<uint8_t> row = modelLine({p.begin() + y * qw, p.begin() + y * qw + cols});
-        std::copy(row.begin(), row.end(), p.begin() + y * qw);
+        const std::vector<uint8_t> row = modelLine({p + y * stride, p + y * stride + cols});
+        std::copy(row.begin(), row.end(), p + y * stride);
     }
     for (int x = 0; x < cols; ++x) {
         std::vector<uint8_t> col;
-        for (int y = 0; y < rows; ++y) col.push_back(p[y * qw + x]);
+        for (int y = 0; y < rows; ++y) col.push_back(p[y * stride + x]);
         col = modelLine(col);
-        for (int y = 0; y < rows; ++y) p[y * qw + x] = col[y];
+        for (int y = 0; y < rows; ++y) p[y * stride + x] = col[y];
     }
 }
 
-// The whole operation; the blur covers blurRows x blurCols of each plane.
-std::vector<uint8_t> modelMSR(std::vector<uint8_t> img, int w, int h, int blurRows, int blurCols) {
-    const int qw = w / 4, qh = h / 4;
-    std::vector<std::vector<uint8_t>> plane(3, std::vector<uint8_t>(static_cast<size_t>(qw) * qh));
+// Where the blur works in the buffer of three quarter planes: plane p at
+// p * planeStep, rows x cols samples of stride `stride`.
+struct BlurView {
+    int planeStep, stride, rows, cols;
+};
+
+// The whole operation.
+std::vector<uint8_t> modelMSR(std::vector<uint8_t> img, int w, int h, BlurView blur) {
+    const int qw = w / 4, qh = h / 4, planeSize = qw * qh;
+    std::vector<uint8_t> planes(3 * static_cast<size_t>(planeSize));
     uint8_t* chroma = img.data() + static_cast<size_t>(w) * h;
     for (int y = 0; y < qh; ++y) {
         for (int x = 0; x < qw; ++x) {
-            plane[0][y * qw + x] = img[4 * y * w + 4 * x];
-            plane[1][y * qw + x] = chroma[2 * y * w + 4 * x];
-            plane[2][y * qw + x] = chroma[2 * y * w + 4 * x + 1];
+            planes[y * qw + x] = img[4 * y * w + 4 * x];
+            planes[planeSize + y * qw + x] = chroma[2 * y * w + 4 * x];
+            planes[2 * planeSize + y * qw + x] = chroma[2 * y * w + 4 * x + 1];
         }
     }
-    if (blurRows > 0 && blurCols > 0) {
-        for (auto& p : plane) blurPlane(p, qw, blurRows, blurCols);
+    if (blur.rows > 0 && blur.cols > 0) {
+        for (int p = 0; p < 3; ++p) blurPlane(planes.data() + p * blur.planeStep, blur.stride, blur.rows, blur.cols);
     }
     for (int y = 0; y < 4 * qh; ++y) {
         for (int x = 0; x < 4 * qw; ++x) {
             uint8_t& v = img[y * w + x];
-            v = static_cast<uint8_t>(modelDarken(v, plane[0][(y / 4) * qw + x / 4]));
+            v = static_cast<uint8_t>(modelDarken(v, planes[(y / 4) * qw + x / 4]));
         }
     }
     for (int r = 0; r < 2 * qh; ++r) {
         for (int x = 0; x < 4 * qw; ++x) {
             uint8_t& c = chroma[r * w + x];
-            c = static_cast<uint8_t>(modelDarken(c, plane[1 + (x & 1)][(r / 2) * qw + x / 4]));
+            c = static_cast<uint8_t>(modelDarken(c, planes[(1 + (x & 1)) * planeSize + (r / 2) * qw + x / 4]));
         }
     }
     return img;
@@ -163,7 +169,7 @@ TEST_F(MsrTest, WholeImageMatchesModelForAnyThreadCount) {
         gW = w;
         gH = h;
         const auto img = trvtest::texturedPlane(w, static_cast<int>(imageSize(w, h) / w), w * 7u + h);
-        const std::vector<uint8_t> want = modelMSR(img, w, h, h / 4, w / 4);
+        const std::vector<uint8_t> want = modelMSR(img, w, h, {(h / 4) * (w / 4), w / 4, h / 4, w / 4});
         for (int threads : {8, 1, 3, 16, 40, 0}) {
             gMSRThreadNUM = threads;
             ASSERT_EQ(run(img, w, h), want) << w << "x" << h << " threads=" << threads;
@@ -171,16 +177,39 @@ TEST_F(MsrTest, WholeImageMatchesModelForAnyThreadCount) {
     }
 }
 
-TEST_F(MsrTest, PipelineSizeMismatchFiltersTheCommonPart) {
-    const int w = 64, h = 48;
+// The blur's planes are gW / 4 x gH / 4 one after the other; where three
+// of them would not fit in the image's, the common top-left part of the
+// image's own planes is blurred instead.
+TEST_F(MsrTest, PipelineSizeMismatchBlursThePipelinePlanesWhereTheyFit) {
+    const int w = 64, h = 48, qw = w / 4, qh = h / 4;
     const std::vector<uint8_t> img = trvtest::randomBytes(imageSize(w, h), 99);
-    const int pipelineSizes[][2] = {{w, h}, {4000, 3000}, {32, 48}, {64, 16}, {20, 8}, {0, 0}, {-8, 40}};
+    const int pipelineSizes[][2] = {{w, h},       {32, 48},   {64, 16}, {20, 8}, {96, 32},
+                                    {4000, 3000}, {128, 32},  {0, 0},   {-8, 40}};
     for (auto [gw, gh] : pipelineSizes) {
         gW = gw;
         gH = gh;
-        const int rows = std::max(0, std::min(gh / 4, h / 4)), cols = std::max(0, std::min(gw / 4, w / 4));
-        EXPECT_EQ(run(img, w, h), modelMSR(img, w, h, rows, cols)) << "gW=" << gw << " gH=" << gh;
+        const int rows = gh / 4, cols = gw / 4;
+        const BlurView blur = rows * cols <= qh * qw ? BlurView{rows * cols, cols, rows, cols}
+                                                     : BlurView{qh * qw, qw, std::min(rows, qh), std::min(cols, qw)};
+        EXPECT_EQ(run(img, w, h), modelMSR(img, w, h, blur)) << "gW=" << gw << " gH=" << gh;
     }
+}
+
+// 32 x 16 image (planes 8 x 4 at bytes 0, 32, 64) under a 16 x 16 pipeline:
+// the blur's planes are 4 x 4 at bytes 0, 16, 32, so the second chroma plane
+// (bytes 64 on) is never blurred. Luma 200 and first chroma 100 are flat; the
+// second chroma samples 20 under the 200 sampled at cell (0, 0) fall to
+// (838 * 13351) >> 20 = 10, the rest stay (their cells sample 20).
+TEST_F(MsrTest, PipelinePlanesLeaveTheThirdImagePlaneUnblurred) {
+    const int w = 32, h = 16;
+    gW = gH = 16;
+    std::vector<uint8_t> img(imageSize(w, h), 200);
+    uint8_t* chroma = img.data() + w * h;
+    for (int i = 0; i < w * h / 2; ++i) chroma[i] = i % 2 ? 20 : 100;
+    chroma[1] = 200;  // sampled into cell (0, 0) of the second chroma plane
+    std::vector<uint8_t> want = img;
+    for (int i : {3, w + 1, w + 3}) want[w * h + i] = 10;
+    EXPECT_EQ(run(img, w, h), want);
 }
 
 TEST_F(MsrTest, TinyOrMissingImageIsLeftAlone) {
