@@ -30,6 +30,7 @@ uint8x8_t blendLuma8(uint8x8_t x, const uint8x8_t* f, int n) {
         sum16 = vaddw_u8(sum16, clampAround(f[k], x, CONST_16));
     }
     uint16x8_t deviation = vabdq_u16(sum24, vmull_u8(x, vdup_n_u8(static_cast<uint8_t>(n))));
+    // "compared with 16 * N": this call's count; NUM_16 holds the previous fusion's.
     uint16x8_t framesOnly = vcgeq_u16(deviation, vdupq_n_u16(static_cast<uint16_t>(16 * n)));
     return vbsl_u8(vmovn_u16(framesOnly), pfun24(sum24), pfun16(sum16));
 }

@@ -66,8 +66,8 @@ struct LayoutReader {
         return base[static_cast<ptrdiff_t>(gW) * row + col];
     }
 
-    // Packed frames are addressed from their even pixel, as in the interior,
-    // so that chroma keeps its phase.
+    // Packed frames are addressed from their even pixel, luma too ("the same
+    // address rules as the interior"), so that chroma keeps its phase.
     int groupColumn(int px) const { return format == 2 ? px & ~1 : px; }
 
     uint8_t chroma(const uint8_t* base, int col, int row, int which) const {
