@@ -244,6 +244,20 @@ TEST_F(SimpleFusion, UnknownLayoutPrintsAndLeavesInteriorUnwritten) {
     for (uint8_t v : got) ASSERT_EQ(v, 0x42);
 }
 
+// Packed strip of tile 0 shifted by -3, one other frame whose odd pixels
+// have luma 120: group (0, 0) reads frame pixels 2 and 3 (the pair-aligned
+// column, as the interior does), so the table rule gives 100 (d = 0) and
+// 120 (|d| = 20 > 16: the frame alone); column 3 and 4 would swap them.
+TEST_F(SimpleFusion, PackedStripReadsLumaFromThePairAlignedColumn) {
+    Scene s = makeScene(64, 32, 2, 1, 0, 8);
+    for (auto& f : s.frames) f.assign(s.frameBytes(), 100);
+    for (size_t i = 2; i < s.frameBytes(); i += 4) s.frames[1][i] = 120;
+    s.vectors[0][0] = MV1{-3, 0, {}, 0.0};
+    const auto got = fuse(s, 0, 0);
+    EXPECT_EQ(got[0], 100);
+    EXPECT_EQ(got[1], 120);
+}
+
 // Vectors far larger than the tiles (a tiny frame) must not read outside the
 // frames: inner tiles fall back to the reflected rule.
 TEST_F(SimpleFusion, HugeVectorsOnTinyFramesStayInside) {
