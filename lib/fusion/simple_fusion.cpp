@@ -104,6 +104,7 @@ void blendReflected(const LayoutReader& layout, int x0, int y0, int w, int h, in
                 py[k] = trv::reflectInto(y + gMergeMV[k][b]->y, gH);
             }
             int f[kMaxAlignedFrames];
+            // "decided by itself with the scalar rule": the table rule for every N, no pair mean for N = 1.
             for (int j = 0; j < 2; ++j) {
                 for (int i = 0; i < 2; ++i) {
                     const int col = x + i, row = y + j;

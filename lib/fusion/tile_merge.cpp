@@ -98,6 +98,7 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
         for (int k = 0; k < others; ++k) parity[k] = (gMergeMV[k][tile]->x & 1) ? -1 : 1;
         const bool several = others >= 2;
         const StrictPass pass{g, tile, strict, several ? 1.0f : 2.0f, several ? 3.0f : 6.0f, parity};
+        // "the tile's own blocks only (grid rows from 1 ...)": rows 1 .. BR - 2, not the bottom ring row.
         for (int r = 1; r <= g.rows - 2; ++r)
             for (int c = 1; c <= g.cols - 2; ++c)
                 if (map[r * g.cols + c] >= 1) pass.block(map, r, c);
