@@ -171,6 +171,25 @@ TRV_API int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* para
 /* One-line English description of a TRV_FuseBurst status; never null. */
 TRV_API const char* TRV_StatusText(int32_t status);
 
+/* ------------------------------------------------------------------------
+ * Log lines.
+ *
+ * The library logs one-line messages at error priority under the tag
+ * "BMQ" ("BMQ-Version: ..." on every burst, and the errors of
+ * TRV_Enhancement). By default they go to the Android log on Android and to
+ * stderr as "E/BMQ: <message>" elsewhere. TRV_SetLogHandler routes them to
+ * handler(tag, message, user) instead: tag is "BMQ", message the text
+ * without a line end, both valid only during the call. A handler that does
+ * nothing silences the library; a null handler restores the default.
+ *
+ * Handler calls never overlap (they may come from any thread of the library,
+ * one at a time), and once TRV_SetLogHandler returns the previous handler
+ * is not called again, so its user data may be freed. A handler may call
+ * TRV_SetLogHandler but no other function of the library.
+ * ---------------------------------------------------------------------- */
+typedef void (*TRV_LogHandler)(const char* tag, const char* message, void* user);
+TRV_API void TRV_SetLogHandler(TRV_LogHandler handler, void* user);
+
 /* Stand-alone operations; the burst pipeline never calls them. */
 
 /* Multi-scale retinex, in place, on a 4:2:0 semi-planar frame of w x h.
