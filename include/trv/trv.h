@@ -152,18 +152,30 @@ enum {
 };
 
 /* What the pipeline decided for one burst. Per-frame entries are indexed by
- * input frame index; entries at and beyond picNum are zero. */
+ * input frame index; entries at and beyond picNum are zero. Every field stays
+ * within the range given here; none is ever NaN. */
 typedef struct _tag_TRV_FUSE_REPORT {
-    int32_t reference;        /* input index of the reference frame */
-    int32_t swappedReference; /* 1 when the second-sharpest frame became the reference */
-    int32_t framesFused;      /* frames that took part in the result (1 = single-frame output) */
+    int32_t reference;        /* input index of the reference frame, 0 .. picNum-1 */
+    int32_t swappedReference; /* 1 when the second-sharpest frame became the reference, else 0 */
+    int32_t framesFused;      /* frames that took part in the result, 1 .. picNum (1 = single-frame output) */
     int32_t frameOrder[TRV_MAX_FRAMES]; /* input indices of the fused frames, reference first */
     int32_t vectorX[TRV_MAX_FRAMES];    /* global vector of frameOrder[k] against the reference, */
     int32_t vectorY[TRV_MAX_FRAMES];    /* luma pixels; entry 0 (the reference) is 0, 0 */
     int32_t frameFate[TRV_MAX_FRAMES];  /* TRV_FRAME_* per input index */
-    int32_t meanLuma;         /* mean luma of the reference */
+    /* Mean luma of the reference, sampled at every 8th pixel of every 8th
+     * row and divided by (W/8)*(H/8). When W or H is not a multiple of 8 the
+     * samples outnumber that divisor and the mean is larger than the true
+     * mean, by design (it is the value that sets level): the range is
+     * 0 .. 255*ceil(W/8)*ceil(H/8) / ((W/8)*(H/8)), at most 322 for accepted
+     * sizes (reached at 66 x 66 .. 70 x 70), 0 .. 255 when both sides are
+     * multiples of 8. */
+    int32_t meanLuma;
     int32_t level;            /* enhancement level 0 (bright) .. 3 (very dark) */
-    float sharpnessRatio;     /* second-sharpest / sharpest frame */
+    /* Sharpness of the second-sharpest frame over the sharpest, 0 .. 1; 0 for
+     * a single frame. Featureless frames (flat, no edges at all) measure 0,
+     * and a burst whose sharpest frame measures 0 reports 0, not 0/0; the
+     * blur check keeps all such frames. */
+    float sharpnessRatio;
 } _tag_TRV_FUSE_REPORT;
 
 /* Output bytes for a W x H frame: W*H*3/2 (0 for a non-positive size). */

@@ -1,6 +1,7 @@
 // TRV_FuseBurst: the pipeline behind a gate that refuses what it cannot
 // process, one caller at a time, with the result always delivered to the
 // caller and the pipeline's decisions reported.
+#include <cmath>
 #include <cstring>
 #include <mutex>
 
@@ -49,7 +50,11 @@ void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* 
     report->framesFused = burst.framesFused;
     report->meanLuma = burst.meanLuma;
     report->level = burst.level;
-    report->sharpnessRatio = burst.sharpnessRatio;
+    // The blur check divides the second frame's sharpness by the sharpest
+    // one's; when the sharpest measures 0 (featureless frames) that is 0/0.
+    // The report says 0 there, as for a burst without a sharp second frame;
+    // otherwise the ratio already lies in 0 .. 1.
+    report->sharpnessRatio = std::isnan(burst.sharpnessRatio) ? 0.0f : burst.sharpnessRatio;
     for (int32_t k = 0; k < burst.framesFused && k < TRV_MAX_FRAMES; ++k) {
         report->frameOrder[k] = burst.frameOrder[k];
         if (k > 0) {

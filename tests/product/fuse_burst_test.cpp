@@ -214,6 +214,31 @@ TEST(FuseBurstReport, BlurredFramesAreReportedAsSuch) {
     EXPECT_EQ(b.result, trvtest::toSemiPlanar420(planes[0]));
 }
 
+// Flat frames have no edges at all: the blur check's ratio is 0/0, reported
+// as 0, and every frame is kept. A side that is not a multiple of 8 gives
+// ceil(S/8) samples over a divisor of floor(S/8): hand-computed means.
+TEST(FuseBurstReport, FeaturelessFramesAndSampledMeans) {
+    const struct {
+        int frames, w, h, luma, mean;
+    } cases[] = {
+        {3, 96, 64, 100, 100},  // 12 x 8 samples over 12 x 8
+        {2, 64, 64, 0, 0},
+        {1, 66, 64, 200, 225},  // 9 x 8 samples of 200 over 8 x 8: 14400 / 64
+        {1, 70, 70, 255, 322},  // 9 x 9 over 8 x 8: 20655 / 64, the largest accepted
+    };
+    for (const auto& c : cases) {
+        trvtest::Planes422 flat = trvtest::randomPlanes(c.w, c.h, 2);
+        std::fill(flat.y.begin(), flat.y.end(), static_cast<uint8_t>(c.luma));
+        Burst b(std::vector<trvtest::Planes422>(c.frames, flat), 4);
+        _tag_TRV_FUSE_REPORT report;
+        memset(&report, 0xEE, sizeof report);
+        ASSERT_EQ(b.run(&report), TRV_FUSE_OK) << c.w << "x" << c.h;
+        EXPECT_EQ(report.sharpnessRatio, 0.0f) << c.w << "x" << c.h;  // also false for NaN
+        EXPECT_EQ(report.meanLuma, c.mean) << c.w << "x" << c.h;
+        for (int i = 0; i < c.frames; ++i) EXPECT_NE(report.frameFate[i], TRV_FRAME_BLURRED) << i;
+    }
+}
+
 // Threads mixing all four validated entries, each on its own frame size and
 // layout, get exactly the bytes each call gives on its own.
 TEST(ValidatedEntriesConcurrency, MixedCallersMatchSerialResults) {
