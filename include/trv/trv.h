@@ -172,9 +172,9 @@ typedef struct _tag_TRV_FUSE_REPORT {
     int32_t meanLuma;
     int32_t level;            /* enhancement level 0 (bright) .. 3 (very dark) */
     /* Sharpness of the second-sharpest frame over the sharpest, 0 .. 1; 0 for
-     * a single frame. Featureless frames (flat, no edges at all) measure 0,
-     * and a burst whose sharpest frame measures 0 reports 0, not 0/0; the
-     * blur check keeps all such frames. */
+     * a single frame. Featureless frames (flat, no edges at all) measure 0:
+     * when the sharpest frame measures 0 the ratio would be 0/0, the report
+     * gives 0, and the blur check keeps every frame. */
     float sharpnessRatio;
 } _tag_TRV_FUSE_REPORT;
 
@@ -201,9 +201,9 @@ TRV_API const char* TRV_StatusText(int32_t status);
  *
  * Sizes: W and H are the frame's (or plane's) width and height in pixels,
  * at least 1, and even for the 4:2:0 frames of TRV_Retinex and
- * TRV_ToneEnhance; 2*W*H must fit in a signed 32-bit integer. Capacities are buffer sizes in
- * bytes. Input and output buffers must not overlap. The caller owns every
- * buffer; the library keeps no pointer after the call.
+ * TRV_ToneEnhance; 2*W*H must fit in a signed 32-bit integer. Capacities
+ * are buffer sizes in bytes. Input and output buffers must not overlap. The
+ * caller owns every buffer; the library keeps no pointer after the call.
  *
  * On refusal nothing is written and no stage runs; TRV_StatusText gives the
  * reason. The luma floor table behind MultiBlur and the tone kernels is
