@@ -30,8 +30,9 @@ void parseSize(const std::string& text, int& width, int& height) {
 
 void runFuse(const FuseOptions& o) {
     std::vector<std::vector<uint8_t>> frames;
-    int width = 0, height = 0;
+    int width = 0, height = 0, firstWidth = 0, firstHeight = 0;
     const RawFormat* format = findRawFormat("nv21");
+    refuseOutputAmongInputs(o.output, o.inputs);
     if (isPictureFile(o.inputs[0])) {
         if (!o.format.empty() || !o.size.empty())
             throw std::runtime_error("--format and --size are for raw frames; pictures carry their own");
@@ -39,11 +40,14 @@ void runFuse(const FuseOptions& o) {
             if (!isPictureFile(path)) throw std::runtime_error(path + ": mix of pictures and raw frames");
             RgbImage picture = readPicture(path);
             if (frames.empty()) {
-                width = picture.width & ~1;  // 4:2:0 needs even sizes
+                firstWidth = picture.width;
+                firstHeight = picture.height;
+                width = picture.width & ~1;  // 4:2:0 needs even sizes: an odd side loses its last pixel
                 height = picture.height & ~1;
-            } else if (picture.width < width || picture.height < height) {
+            } else if (picture.width != firstWidth || picture.height != firstHeight) {
                 throw std::runtime_error(path + ": " + std::to_string(picture.width) + "x" +
-                                         std::to_string(picture.height) + " differs from the first picture");
+                                         std::to_string(picture.height) + " differs from the first picture's " +
+                                         std::to_string(firstWidth) + "x" + std::to_string(firstHeight));
             }
             frames.push_back(yuv444ToNv21(rgbToYuv444(cropPicture(picture, width, height))));
         }

@@ -2,12 +2,16 @@
 
 #include <jpeglib.h>
 #include <png.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <memory>
 #include <stdexcept>
@@ -29,7 +33,21 @@ bool isJpeg(const std::string& path) {
     return ext == "jpg" || ext == "jpeg";
 }
 
+// Refuses a declared size beyond the limit before any pixel buffer exists:
+// a few bytes of header can claim gigabytes.
+void checkDeclaredSize(uint64_t width, uint64_t height, const std::string& what) {
+    if (width == 0 || height == 0 || width * height > kMaxPicturePixels)
+        throw std::runtime_error(what + ": declared size " + std::to_string(width) + "x" + std::to_string(height) +
+                                 " is empty or beyond the limit of " + std::to_string(kMaxPicturePixels) + " pixels");
+}
+
 RgbImage finishPngRead(png_image& png, const std::string& what) {
+    try {
+        checkDeclaredSize(png.width, png.height, what);
+    } catch (...) {
+        png_image_free(&png);
+        throw;
+    }
     png.format = PNG_FORMAT_RGB;
     RgbImage image;
     image.width = static_cast<int>(png.width);
@@ -56,6 +74,12 @@ void onJpegError(j_common_ptr info) {
     longjmp(error->escape, 1);
 }
 
+// libjpeg only warns about corrupt or truncated data (level -1) and goes on
+// with grey filler; such a picture is refused like a broken one.
+void onJpegMessage(j_common_ptr info, int level) {
+    if (level < 0) onJpegError(info);
+}
+
 using FilePtr = std::unique_ptr<FILE, int (*)(FILE*)>;
 
 FilePtr openFile(const std::string& path, const char* mode) {
@@ -70,6 +94,7 @@ RgbImage readJpeg(const std::string& path) {
     JpegError error{};
     info.err = jpeg_std_error(&error.manager);
     error.manager.error_exit = onJpegError;
+    error.manager.emit_message = onJpegMessage;
     RgbImage image;
     if (setjmp(error.escape)) {
         jpeg_destroy_decompress(&info);
@@ -78,6 +103,12 @@ RgbImage readJpeg(const std::string& path) {
     jpeg_create_decompress(&info);
     jpeg_stdio_src(&info, file.get());
     jpeg_read_header(&info, TRUE);
+    try {
+        checkDeclaredSize(info.image_width, info.image_height, path);
+    } catch (...) {
+        jpeg_destroy_decompress(&info);
+        throw;
+    }
     info.out_color_space = JCS_RGB;
     jpeg_start_decompress(&info);
     image.width = static_cast<int>(info.output_width);
@@ -92,8 +123,7 @@ RgbImage readJpeg(const std::string& path) {
     return image;
 }
 
-void writeJpeg(const std::string& path, const RgbImage& image) {
-    FilePtr file = openFile(path, "wb");
+void writeJpeg(FILE* file, const std::string& path, const RgbImage& image) {
     jpeg_compress_struct info{};
     JpegError error{};
     info.err = jpeg_std_error(&error.manager);
@@ -103,7 +133,7 @@ void writeJpeg(const std::string& path, const RgbImage& image) {
         throw std::runtime_error(path + ": cannot encode JPEG: " + error.message);
     }
     jpeg_create_compress(&info);
-    jpeg_stdio_dest(&info, file.get());
+    jpeg_stdio_dest(&info, file);
     info.image_width = static_cast<JDIMENSION>(image.width);
     info.image_height = static_cast<JDIMENSION>(image.height);
     info.input_components = 3;
@@ -117,6 +147,51 @@ void writeJpeg(const std::string& path, const RgbImage& image) {
     }
     jpeg_finish_compress(&info);
     jpeg_destroy_compress(&info);
+}
+
+// Permissions of a replaced file are kept; a new file gets the usual
+// 0666 less the umask.
+mode_t modeForNewFile(const std::string& path) {
+    struct stat existing{};
+    if (stat(path.c_str(), &existing) == 0) return existing.st_mode & 07777;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
+}
+
+// Writes through write(file) into a temporary file in the target's folder
+// and renames it over the target only once everything is on disk: a failed
+// write leaves an existing file as it was and no temporary behind.
+void writeReplacing(const std::string& path, const std::function<void(FILE*)>& write) {
+    const size_t slash = path.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const std::string name = slash == std::string::npos ? path : path.substr(slash + 1);
+    std::string temporary = folder + (slash == std::string::npos ? "/." : ".") + name + ".XXXXXX";
+    const int fd = mkstemp(&temporary[0]);
+    if (fd < 0) throw std::runtime_error(path + ": cannot create a file beside it (" + std::strerror(errno) + ")");
+    FilePtr file(fdopen(fd, "wb"), fclose);
+    if (!file) {
+        close(fd);
+        unlink(temporary.c_str());
+        throw std::runtime_error(path + ": cannot write (" + std::strerror(errno) + ")");
+    }
+    try {
+        write(file.get());
+        bool written = fflush(file.get()) == 0 && !ferror(file.get()) && fsync(fd) == 0 &&
+                       fchmod(fd, modeForNewFile(path)) == 0;
+        int error = errno;
+        if (fclose(file.release()) != 0 && written) {
+            written = false;
+            error = errno;
+        }
+        if (!written) throw std::runtime_error(path + ": cannot write (" + std::strerror(error) + ")");
+        if (rename(temporary.c_str(), path.c_str()) != 0)
+            throw std::runtime_error(path + ": cannot replace (" + std::strerror(errno) + ")");
+    } catch (...) {
+        file.reset();
+        unlink(temporary.c_str());
+        throw;
+    }
 }
 
 }  // namespace
@@ -145,14 +220,16 @@ RgbImage readPicture(const std::string& path) {
 }
 
 void writePicture(const std::string& path, const RgbImage& image) {
-    if (isJpeg(path)) return writeJpeg(path, image);
-    png_image png{};
-    png.version = PNG_IMAGE_VERSION;
-    png.width = static_cast<png_uint_32>(image.width);
-    png.height = static_cast<png_uint_32>(image.height);
-    png.format = PNG_FORMAT_RGB;
-    if (!png_image_write_to_file(&png, path.c_str(), 0, image.rgb.data(), 0, nullptr))
-        throw std::runtime_error(path + ": cannot write PNG: " + png.message);
+    writeReplacing(path, [&](FILE* file) {
+        if (isJpeg(path)) return writeJpeg(file, path, image);
+        png_image png{};
+        png.version = PNG_IMAGE_VERSION;
+        png.width = static_cast<png_uint_32>(image.width);
+        png.height = static_cast<png_uint_32>(image.height);
+        png.format = PNG_FORMAT_RGB;
+        if (!png_image_write_to_stdio(&png, file, 0, image.rgb.data(), 0, nullptr))
+            throw std::runtime_error(path + ": cannot write PNG: " + png.message);
+    });
 }
 
 std::vector<uint8_t> readRawFile(const std::string& path) {
@@ -162,9 +239,17 @@ std::vector<uint8_t> readRawFile(const std::string& path) {
 }
 
 void writeRawFile(const std::string& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (!out) throw std::runtime_error(path + ": cannot write");
+    writeReplacing(path, [&](FILE* file) { fwrite(bytes.data(), 1, bytes.size(), file); });
+}
+
+void refuseOutputAmongInputs(const std::string& output, const std::vector<std::string>& inputs) {
+    struct stat out{};
+    if (stat(output.c_str(), &out) != 0) return;  // a new file cannot be an input
+    for (const std::string& input : inputs) {
+        struct stat in{};
+        if (stat(input.c_str(), &in) == 0 && in.st_dev == out.st_dev && in.st_ino == out.st_ino)
+            throw std::runtime_error(output + ": the output is one of the inputs");
+    }
 }
 
 }  // namespace trvtool

@@ -4,10 +4,22 @@
 #include <iostream>
 
 #include "commands.h"
+#include "trv/trv.h"
+
+namespace {
+
+void ignoreLogLine(const char*, const char*, void*) {}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"trv: low-light burst fusion of YUV camera frames"};
     app.require_subcommand(1);
+    app.fallthrough();  // --verbose also after the subcommand
+    bool verbose = false;
+    app.add_flag("-v,--verbose", verbose, "Show the library's own log lines (E/BMQ: ...) on stderr");
+    // The library's log lines are for integrators; the tool prints its own.
+    app.parse_complete_callback([&verbose] { TRV_SetLogHandler(verbose ? nullptr : ignoreLogLine, nullptr); });
     trvtool::addFuseCommand(app);
     trvtool::addDemoCommand(app);
     trvtool::addEvalCommand(app);

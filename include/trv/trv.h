@@ -14,8 +14,10 @@
  *   4  semi-planar 4:2:0     Y (W*H), H/2 rows of W bytes of V/U pairs (NV21)
  *   >5                       rejected (status 1)
  *
- * The library keeps process-wide state: one burst at a time per process.
- * Usable from C and C++.
+ * The library keeps process-wide state. TRV_Enhancement and the raw
+ * operations serve one call at a time per process; the validated entries
+ * (TRV_FuseBurst, TRV_Retinex, TRV_Blur, TRV_ToneEnhance) serialise their
+ * callers themselves. Usable from C and C++.
  */
 #ifndef TRV_TRV_H
 #define TRV_TRV_H
@@ -113,11 +115,12 @@ TRV_API int32_t TRV_Uninit(void); /* does nothing */
  * the library keeps no pointer after the call returns. Input frames are only
  * read.
  *
- * Thread safety: calls to TRV_FuseBurst are serialised by a process-wide
- * lock, so several threads may call it at once; each gets its own correct
- * result. The lock does not cover TRV_Enhancement or the stand-alone
- * operations, which share the same process-wide state: do not run those
- * while a TRV_FuseBurst call is in progress.
+ * Thread safety: calls to TRV_FuseBurst, TRV_Retinex, TRV_Blur and
+ * TRV_ToneEnhance are serialised by one process-wide lock, so several
+ * threads may call them at once; each gets its own correct result. The lock
+ * does not cover TRV_Enhancement or the raw stand-alone operations, which
+ * share the same process-wide state: do not run those while a validated
+ * call is in progress.
  *
  * Returns TRV_FUSE_OK or one of the refusal codes below; on refusal nothing
  * is written (neither out nor report) and no pipeline stage runs.
@@ -149,18 +152,30 @@ enum {
 };
 
 /* What the pipeline decided for one burst. Per-frame entries are indexed by
- * input frame index; entries at and beyond picNum are zero. */
+ * input frame index; entries at and beyond picNum are zero. Every field stays
+ * within the range given here; none is ever NaN. */
 typedef struct _tag_TRV_FUSE_REPORT {
-    int32_t reference;        /* input index of the reference frame */
-    int32_t swappedReference; /* 1 when the second-sharpest frame became the reference */
-    int32_t framesFused;      /* frames that took part in the result (1 = single-frame output) */
+    int32_t reference;        /* input index of the reference frame, 0 .. picNum-1 */
+    int32_t swappedReference; /* 1 when the second-sharpest frame became the reference, else 0 */
+    int32_t framesFused;      /* frames that took part in the result, 1 .. picNum (1 = single-frame output) */
     int32_t frameOrder[TRV_MAX_FRAMES]; /* input indices of the fused frames, reference first */
     int32_t vectorX[TRV_MAX_FRAMES];    /* global vector of frameOrder[k] against the reference, */
     int32_t vectorY[TRV_MAX_FRAMES];    /* luma pixels; entry 0 (the reference) is 0, 0 */
     int32_t frameFate[TRV_MAX_FRAMES];  /* TRV_FRAME_* per input index */
-    int32_t meanLuma;         /* mean luma of the reference */
+    /* Mean luma of the reference, sampled at every 8th pixel of every 8th
+     * row and divided by (W/8)*(H/8). When W or H is not a multiple of 8 the
+     * samples outnumber that divisor and the mean is larger than the true
+     * mean, by design (it is the value that sets level): the range is
+     * 0 .. 255*ceil(W/8)*ceil(H/8) / ((W/8)*(H/8)), at most 322 for accepted
+     * sizes (reached at 66 x 66 .. 70 x 70), 0 .. 255 when both sides are
+     * multiples of 8. */
+    int32_t meanLuma;
     int32_t level;            /* enhancement level 0 (bright) .. 3 (very dark) */
-    float sharpnessRatio;     /* second-sharpest / sharpest frame */
+    /* Sharpness of the second-sharpest frame over the sharpest, 0 .. 1; 0 for
+     * a single frame. Featureless frames (flat, no edges at all) measure 0:
+     * when the sharpest frame measures 0 the ratio would be 0/0, the report
+     * gives 0, and the blur check keeps every frame. */
+    float sharpnessRatio;
 } _tag_TRV_FUSE_REPORT;
 
 /* Output bytes for a W x H frame: W*H*3/2 (0 for a non-positive size). */
@@ -168,14 +183,106 @@ TRV_API size_t TRV_FuseOutputBytes(int32_t width, int32_t height);
 /* Validated, serialised burst fusion; report may be null. */
 TRV_API int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, __tag_TRV_OFFSCREEN* out,
                               size_t outCapacity, _tag_TRV_FUSE_REPORT* report);
-/* One-line English description of a TRV_FuseBurst status; never null. */
+/* One-line English description of any status of the validated entry points
+ * (TRV_FuseBurst, TRV_Retinex, TRV_Blur, TRV_ToneEnhance); never null. */
 TRV_API const char* TRV_StatusText(int32_t status);
 
-/* Stand-alone operations; the burst pipeline never calls them. */
+/* ------------------------------------------------------------------------
+ * Validated stand-alone operations.
+ *
+ * The raw operations below (MSR, MultiBlur, xImgEnhance_YCrCb) read the
+ * pipeline's process-wide frame state (gW, gH, gOUTFormat) and keep their
+ * own process-wide buffers. These entries check their arguments, set that
+ * state from their own arguments, and hold the same process-wide lock as
+ * TRV_FuseBurst while they run: any mix of TRV_FuseBurst, TRV_Retinex,
+ * TRV_Blur and TRV_ToneEnhance calls from several threads gives each caller
+ * the result it would get alone. The lock does not cover TRV_Enhancement or
+ * the raw operations.
+ *
+ * Sizes: W and H are the frame's (or plane's) width and height in pixels,
+ * at least 1, and even for the 4:2:0 frames of TRV_Retinex and
+ * TRV_ToneEnhance; 2*W*H must fit in a signed 32-bit integer. Capacities
+ * are buffer sizes in bytes. Input and output buffers must not overlap. The
+ * caller owns every buffer; the library keeps no pointer after the call.
+ *
+ * On refusal nothing is written and no stage runs; TRV_StatusText gives the
+ * reason. The luma floor table behind MultiBlur and the tone kernels is
+ * filled only by createTHTable (all zero until a host calls it once); these
+ * entries neither fill nor clear it, so call createTHTable, if at all,
+ * before any of them runs.
+ * ---------------------------------------------------------------------- */
+
+enum {
+    TRV_RETINEX_NULL_ARGUMENT = 110, /* frame is null */
+    TRV_RETINEX_BAD_SIZE = 111,      /* W or H odd or not positive, or 2*W*H too large */
+    TRV_RETINEX_FRAME_TOO_SMALL = 112, /* frameCapacity below W*H*3/2 */
+
+    TRV_BLUR_NULL_ARGUMENT = 120,    /* input or output is null */
+    TRV_BLUR_BAD_SIZE = 121,         /* W or H not positive, or 2*W*H too large */
+    TRV_BLUR_INPUT_TOO_SMALL = 122,  /* inCapacity below W*H */
+    TRV_BLUR_OUTPUT_TOO_SMALL = 123, /* outCapacity below W*H */
+    TRV_BLUR_OVERLAP = 124,          /* input and output share bytes */
+
+    TRV_TONE_NULL_ARGUMENT = 130,    /* input or output is null */
+    TRV_TONE_BAD_SIZE = 131,         /* W or H odd or not positive, or 2*W*H too large */
+    TRV_TONE_BAD_ID = 132,           /* id not 0, 1, 2 or 3 */
+    TRV_TONE_BAD_OUTPUT_FORMAT = 133, /* outputFormat not 0, 2 or 4 */
+    TRV_TONE_INPUT_TOO_SMALL = 134,  /* inCapacity below W*H*3/2 */
+    TRV_TONE_OUTPUT_TOO_SMALL = 135, /* outCapacity below the output layout's size */
+    TRV_TONE_OVERLAP = 136           /* input and output share bytes */
+};
+
+/* Multi-scale retinex (MSR), in place, on a 4:2:0 semi-planar frame of
+ * W x H (luma plane, then H/2 rows of W bytes of chroma pairs, either
+ * order): samples darker than their blurred surroundings are darkened
+ * further. Rows and columns past the last multiple of 4 are left as they
+ * are. Sets gW, gH to W, H. */
+TRV_API int32_t TRV_Retinex(uint8_t* frame, size_t frameCapacity, int32_t width, int32_t height);
+
+/* Three-level recursive Gaussian illumination estimate (MultiBlur) of an
+ * 8-bit plane of W x H bytes (row stride W) into output, W x H bytes. */
+TRV_API int32_t TRV_Blur(const uint8_t* input, size_t inCapacity, uint8_t* output, size_t outCapacity,
+                         int32_t width, int32_t height);
+
+/* Local tone enhancement (xImgEnhance_YCrCb) of a 4:2:0 semi-planar frame of
+ * W x H with U first (NV12: luma, then H/2 rows of U V pairs), W*H*3/2
+ * bytes, into output in the layout of outputFormat:
+ *   4  semi-planar 4:2:0, V first (NV21)       W*H*3/2 bytes
+ *   0  planar 4:2:2: Y, U plane, V plane        2*W*H bytes
+ *   2  packed 4:2:2: Y0 U Y1 V                  2*W*H bytes
+ * id selects the tone curve: 1 (level <= 99 the gentler, level >= 100 the
+ * stronger set), 2, 3; id 0 only converts the layout. level is read only
+ * with id 1. Sets gW, gH, gOUTFormat to W, H, outputFormat. */
+TRV_API int32_t TRV_ToneEnhance(const uint8_t* input, size_t inCapacity, uint8_t* output, size_t outCapacity,
+                                int32_t width, int32_t height, int32_t outputFormat, int32_t id, int32_t level);
+
+/* ------------------------------------------------------------------------
+ * Log lines.
+ *
+ * The library logs one-line messages at error priority under the tag
+ * "BMQ" ("BMQ-Version: ..." on every burst, and the errors of
+ * TRV_Enhancement). By default they go to the Android log on Android and to
+ * stderr as "E/BMQ: <message>" elsewhere. TRV_SetLogHandler routes them to
+ * handler(tag, message, user) instead: tag is "BMQ", message the text
+ * without a line end, both valid only during the call. A handler that does
+ * nothing silences the library; a null handler restores the default.
+ *
+ * Handler calls never overlap (they may come from any thread of the library,
+ * one at a time), and once TRV_SetLogHandler returns the previous handler
+ * is not called again, so its user data may be freed. A handler may call
+ * TRV_SetLogHandler but no other function of the library.
+ * ---------------------------------------------------------------------- */
+typedef void (*TRV_LogHandler)(const char* tag, const char* message, void* user);
+TRV_API void TRV_SetLogHandler(TRV_LogHandler handler, void* user);
+
+/* Raw stand-alone operations; the burst pipeline never calls them. They
+ * read the process-wide frame state and are not thread-safe: prefer the
+ * validated entries above. */
 
 /* Multi-scale retinex, in place, on a 4:2:0 semi-planar frame of w x h.
- * The quarter-scale blur takes its size from the last TRV_Enhancement's
- * frame size, so call it on a frame of that size. */
+ * The quarter-scale blur takes its size from the frame state (gW, gH, set
+ * by the last TRV_Enhancement or validated entry), so call it on a frame of
+ * that size. */
 TRV_API void MSR(unsigned char* image, int w, int h);
 /* Three-level recursive Gaussian illumination estimate of an 8-bit plane. */
 TRV_API void MultiBlur(unsigned char* input, unsigned char* output, int w, int h);
@@ -184,7 +291,7 @@ TRV_API void createDivTable(void);
  * inside the library calls it. */
 TRV_API void createTHTable(void);
 /* Local tone enhancement of a 4:2:0 frame with U first; output layout from
- * the last TRV_Enhancement's output format, size from its frame size. */
+ * the frame state's output format (gOUTFormat), size from gW, gH. */
 TRV_API void xImgEnhance_YCrCb(unsigned char* in, unsigned char* out, int w, int h, int id, int level);
 
 #ifdef __cplusplus

@@ -1,5 +1,6 @@
-// Error-priority logging under the tag "BMQ": the Android log on Android,
-// "E/BMQ: <message>" on stderr elsewhere.
+// Error-priority logging under the tag "BMQ". By default the Android log on
+// Android and "E/BMQ: <message>" on stderr elsewhere; a host may route the
+// lines through its own handler (TRV_SetLogHandler).
 #pragma once
 
 namespace trv {

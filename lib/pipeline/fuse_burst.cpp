@@ -1,20 +1,17 @@
 // TRV_FuseBurst: the pipeline behind a gate that refuses what it cannot
 // process, one caller at a time, with the result always delivered to the
 // caller and the pipeline's decisions reported.
-#include <climits>
+#include <cmath>
 #include <cstring>
 #include <mutex>
 
 #include "pipeline/driver.h"
+#include "pipeline/entry_gate.h"
 #include "trv/trv.h"
 
 namespace trv {
 
 namespace {
-
-// The pipeline keeps its frame state in process-wide variables: one burst at
-// a time.
-std::mutex gFuseLock;
 
 bool isAcceptedInputFormat(int32_t code) { return code == 0 || code == 1 || code == 2 || code == 4; }
 
@@ -30,7 +27,7 @@ int32_t validateBurst(const _tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param,
         if (in->pics[i]->width != W || in->pics[i]->height != H) return TRV_FUSE_UNEQUAL_SIZES;
     }
     if (W < TRV_FUSE_MIN_WIDTH || H < TRV_FUSE_MIN_HEIGHT || (W & 1) != 0 || (H & 1) != 0) return TRV_FUSE_BAD_SIZE;
-    if (static_cast<int64_t>(W) * H * 2 > INT32_MAX) return TRV_FUSE_BAD_SIZE;
+    if (!fitsStageArithmetic(W, H)) return TRV_FUSE_BAD_SIZE;
     if (!isAcceptedInputFormat(param->inputFormat)) return TRV_FUSE_BAD_INPUT_FORMAT;
     if (param->outputFormat != 4) return TRV_FUSE_BAD_OUTPUT_FORMAT;
     if (outCapacity < TRV_FuseOutputBytes(W, H)) return TRV_FUSE_OUTPUT_TOO_SMALL;
@@ -53,7 +50,11 @@ void fillReport(const BurstReport& burst, int32_t picNum, _tag_TRV_FUSE_REPORT* 
     report->framesFused = burst.framesFused;
     report->meanLuma = burst.meanLuma;
     report->level = burst.level;
-    report->sharpnessRatio = burst.sharpnessRatio;
+    // The blur check divides the second frame's sharpness by the sharpest
+    // one's; when the sharpest measures 0 (featureless frames) that is 0/0.
+    // The report says 0 there, as for a burst without a sharp second frame;
+    // otherwise the ratio already lies in 0 .. 1.
+    report->sharpnessRatio = std::isnan(burst.sharpnessRatio) ? 0.0f : burst.sharpnessRatio;
     for (int32_t k = 0; k < burst.framesFused && k < TRV_MAX_FRAMES; ++k) {
         report->frameOrder[k] = burst.frameOrder[k];
         if (k > 0) {
@@ -82,7 +83,7 @@ extern "C" {
 
 size_t TRV_FuseOutputBytes(int32_t width, int32_t height) {
     if (width <= 0 || height <= 0) return 0;
-    return static_cast<size_t>(width) * static_cast<size_t>(height) * 3 / 2;
+    return trv::frame420Bytes(width, height);
 }
 
 int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, __tag_TRV_OFFSCREEN* out,
@@ -94,25 +95,11 @@ int32_t TRV_FuseBurst(_tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param, __tag
     _tag_TRV_PARAM pipelineParam = *param;
     trv::BurstReport burst;
     {
-        std::lock_guard<std::mutex> hold(trv::gFuseLock);
+        std::lock_guard<std::mutex> hold(trv::processStateLock());
         trv::enhanceBurst(in, out, &pipelineParam, out->data, &burst);
     }
     if (report != nullptr) trv::fillReport(burst, in->picNum, report);
     return TRV_FUSE_OK;
-}
-
-const char* TRV_StatusText(int32_t status) {
-    switch (status) {
-        case TRV_FUSE_OK: return "success";
-        case TRV_FUSE_NULL_ARGUMENT: return "a required pointer (burst, frame, frame data, parameters or output) is null";
-        case TRV_FUSE_BAD_FRAME_COUNT: return "the burst must hold 1 to 6 frames";
-        case TRV_FUSE_UNEQUAL_SIZES: return "all frames of a burst must have the same width and height";
-        case TRV_FUSE_BAD_SIZE: return "width and height must be even, at least 64 x 64, and 2 * W * H must fit in 31 bits";
-        case TRV_FUSE_BAD_INPUT_FORMAT: return "input format must be 0 (planar 4:2:2), 1 (semi-planar 4:2:2), 2 (packed 4:2:2) or 4 (NV21)";
-        case TRV_FUSE_BAD_OUTPUT_FORMAT: return "output format must be 4 (4:2:0 semi-planar)";
-        case TRV_FUSE_OUTPUT_TOO_SMALL: return "output buffer smaller than W * H * 3 / 2 bytes";
-        default: return "unknown status";
-    }
 }
 
 }  // extern "C"

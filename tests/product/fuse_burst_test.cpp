@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -144,7 +145,11 @@ TEST(FuseBurstRefusal, OutputBufferTooSmall) {
 TEST(FuseBurstRefusal, EveryStatusHasItsOwnMessage) {
     const int32_t codes[] = {TRV_FUSE_OK, TRV_FUSE_NULL_ARGUMENT, TRV_FUSE_BAD_FRAME_COUNT, TRV_FUSE_UNEQUAL_SIZES,
                              TRV_FUSE_BAD_SIZE, TRV_FUSE_BAD_INPUT_FORMAT, TRV_FUSE_BAD_OUTPUT_FORMAT,
-                             TRV_FUSE_OUTPUT_TOO_SMALL};
+                             TRV_FUSE_OUTPUT_TOO_SMALL, TRV_RETINEX_NULL_ARGUMENT, TRV_RETINEX_BAD_SIZE,
+                             TRV_RETINEX_FRAME_TOO_SMALL, TRV_BLUR_NULL_ARGUMENT, TRV_BLUR_BAD_SIZE,
+                             TRV_BLUR_INPUT_TOO_SMALL, TRV_BLUR_OUTPUT_TOO_SMALL, TRV_BLUR_OVERLAP,
+                             TRV_TONE_NULL_ARGUMENT, TRV_TONE_BAD_SIZE, TRV_TONE_BAD_ID, TRV_TONE_BAD_OUTPUT_FORMAT,
+                             TRV_TONE_INPUT_TOO_SMALL, TRV_TONE_OUTPUT_TOO_SMALL, TRV_TONE_OVERLAP};
     for (int32_t a : codes) {
         EXPECT_NE(a, 1) << "refusals must not look like TRV_Enhancement's rejected format";
         for (int32_t b : codes) {
@@ -209,31 +214,72 @@ TEST(FuseBurstReport, BlurredFramesAreReportedAsSuch) {
     EXPECT_EQ(b.result, trvtest::toSemiPlanar420(planes[0]));
 }
 
-// Several threads fusing different bursts at once get exactly the bytes
-// each burst gives on its own.
-TEST(FuseBurstConcurrency, ParallelCallersMatchSerialResults) {
-    constexpr int kCallers = 4;
-    std::vector<std::vector<trvtest::Planes422>> scenes;
-    std::vector<std::vector<uint8_t>> expected;
-    for (int c = 0; c < kCallers; ++c) {
-        scenes.push_back(noisyScene(2 + c % 3, kW, kH, 100 + c));
-        Burst serial(scenes.back(), c % 2 ? 2 : 4);
-        ASSERT_EQ(serial.run(), TRV_FUSE_OK);
-        expected.push_back(serial.result);
+// Flat frames have no edges at all: the blur check's ratio is 0/0, reported
+// as 0, and every frame is kept. A side that is not a multiple of 8 gives
+// ceil(S/8) samples over a divisor of floor(S/8): hand-computed means.
+TEST(FuseBurstReport, FeaturelessFramesAndSampledMeans) {
+    const struct {
+        int frames, w, h, luma, mean;
+    } cases[] = {
+        {3, 96, 64, 100, 100},  // 12 x 8 samples over 12 x 8
+        {2, 64, 64, 0, 0},
+        {1, 66, 64, 200, 225},  // 9 x 8 samples of 200 over 8 x 8: 14400 / 64
+        {1, 70, 70, 255, 322},  // 9 x 9 over 8 x 8: 20655 / 64, the largest accepted
+    };
+    for (const auto& c : cases) {
+        trvtest::Planes422 flat = trvtest::randomPlanes(c.w, c.h, 2);
+        std::fill(flat.y.begin(), flat.y.end(), static_cast<uint8_t>(c.luma));
+        Burst b(std::vector<trvtest::Planes422>(c.frames, flat), 4);
+        _tag_TRV_FUSE_REPORT report;
+        memset(&report, 0xEE, sizeof report);
+        ASSERT_EQ(b.run(&report), TRV_FUSE_OK) << c.w << "x" << c.h;
+        EXPECT_EQ(report.sharpnessRatio, 0.0f) << c.w << "x" << c.h;  // also false for NaN
+        EXPECT_EQ(report.meanLuma, c.mean) << c.w << "x" << c.h;
+        for (int i = 0; i < c.frames; ++i) EXPECT_NE(report.frameFate[i], TRV_FRAME_BLURRED) << i;
     }
-    std::vector<std::vector<uint8_t>> results(kCallers);
+}
+
+// Threads mixing all four validated entries, each on its own frame size and
+// layout, get exactly the bytes each call gives on its own.
+TEST(ValidatedEntriesConcurrency, MixedCallersMatchSerialResults) {
+    const auto scene = noisyScene(3, kW, kH, 100);
+    const std::vector<uint8_t> nv12 = trvtest::toSemiPlanar420(trvtest::texturedPlanes(80, 48, 5));
+    std::vector<std::function<std::vector<uint8_t>()>> callers = {
+        [&] {
+            Burst b(scene, 2);
+            return b.run() == TRV_FUSE_OK ? b.result : std::vector<uint8_t>();
+        },
+        [&] {
+            std::vector<uint8_t> frame = nv12;
+            return TRV_Retinex(frame.data(), frame.size(), 80, 48) == TRV_FUSE_OK ? frame : std::vector<uint8_t>();
+        },
+        [&] {
+            std::vector<uint8_t> out(2 * 40 * 48);
+            return TRV_ToneEnhance(nv12.data(), 40 * 48 * 3 / 2, out.data(), out.size(), 40, 48, 0, 2, 0) == TRV_FUSE_OK
+                       ? out
+                       : std::vector<uint8_t>();
+        },
+        [&] {
+            std::vector<uint8_t> out(30 * 20);
+            return TRV_Blur(nv12.data(), out.size(), out.data(), out.size(), 30, 20) == TRV_FUSE_OK
+                       ? out
+                       : std::vector<uint8_t>();
+        },
+    };
+    std::vector<std::vector<uint8_t>> expected;
+    for (auto& call : callers) expected.push_back(call());
+    std::vector<int> mismatches(callers.size(), 0);
     std::vector<std::thread> threads;
-    for (int c = 0; c < kCallers; ++c) {
+    for (size_t c = 0; c < callers.size(); ++c) {
         threads.emplace_back([&, c] {
-            for (int round = 0; round < 3; ++round) {
-                Burst b(scenes[c], c % 2 ? 2 : 4);
-                if (b.run() != TRV_FUSE_OK) return;
-                if (round == 0 || b.result != results[c]) results[c] = b.result;
-            }
+            for (int round = 0; round < 3; ++round) mismatches[c] += callers[c]() != expected[c];
         });
     }
     for (auto& t : threads) t.join();
-    for (int c = 0; c < kCallers; ++c) EXPECT_EQ(results[c], expected[c]) << "caller " << c;
+    for (size_t c = 0; c < callers.size(); ++c) {
+        EXPECT_FALSE(expected[c].empty()) << "caller " << c << " refused";
+        EXPECT_EQ(mismatches[c], 0) << "caller " << c;
+    }
 }
 
 }  // namespace

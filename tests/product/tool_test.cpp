@@ -1,13 +1,16 @@
 // The trv tool: its colour conversion, burst synthesis and metrics against
 // hand-computed values, and the binary end to end, errors included.
+#include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -113,8 +116,10 @@ struct ToolRun {
     std::string output;
 };
 
-ToolRun runTool(const std::string& arguments) {
-    const std::string command = std::string(TRV_TOOL_PATH) + " " + arguments + " 2>&1";
+// shellPrefix runs in the shell first (limits, signal dispositions) and
+// should end with "exec ".
+ToolRun runTool(const std::string& arguments, const std::string& shellPrefix = "") {
+    const std::string command = shellPrefix + std::string(TRV_TOOL_PATH) + " " + arguments + " 2>&1";
     ToolRun run{-1, ""};
     FILE* pipe = popen(command.c_str(), "r");
     if (pipe == nullptr) return run;
@@ -136,6 +141,18 @@ protected:
     void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
     std::string path(const std::string& name) const { return dir_ + "/" + name; }
     bool exists(const std::string& name) const { return access(path(name).c_str(), R_OK) == 0; }
+    // Every file of the folder with its bytes.
+    std::map<std::string, std::vector<uint8_t>> files() const {
+        std::map<std::string, std::vector<uint8_t>> all;
+        if (DIR* d = opendir(dir_.c_str())) {
+            while (const dirent* e = readdir(d)) {
+                const std::string name = e->d_name;
+                if (name != "." && name != "..") all[name] = readRawFile(path(name));
+            }
+            closedir(d);
+        }
+        return all;
+    }
     std::string dir_;
 };
 
@@ -175,6 +192,14 @@ TEST_F(ToolEndToEnd, FusesPicturesIntoAPicture) {
     EXPECT_EQ(out.width, 96);
     EXPECT_EQ(out.height, 64);
     EXPECT_NE(run.output.find("wrote " + path("out.png")), std::string::npos) << run.output;
+    // The library's own log lines only with --verbose.
+    EXPECT_EQ(run.output.find("E/BMQ"), std::string::npos) << run.output;
+    const ToolRun verbose = runTool("fuse -o " + path("out.png") + " " + path("a.png") + " --verbose");
+    EXPECT_NE(verbose.output.find("E/BMQ: BMQ-Version: 2018-2-24-Normal-BMQ\n"), std::string::npos) << verbose.output;
+    for (const char* operation : {"retinex", "tone --id 2"}) {
+        ASSERT_EQ(runTool(std::string(operation) + " -o " + path("op.png") + " " + path("a.png")).status, 0) << operation;
+        EXPECT_EQ(readPicture(path("op.png")).width, 96) << operation;
+    }
 }
 
 TEST_F(ToolEndToEnd, DemoWritesPicturesAndPrintsQuality) {
@@ -218,8 +243,77 @@ TEST_F(ToolEndToEnd, ErrorsExitNonZeroWithOneLine) {
         << refused.output;
 }
 
+// A copy of a file's bytes with a PNG chunk's (or JPEG segment's) bytes at
+// `at` replaced, the PNG chunk's CRC made right again.
+std::vector<uint8_t> patched(std::vector<uint8_t> bytes, size_t at, const std::vector<uint8_t>& with, size_t crcFrom = 0,
+                             size_t crcTo = 0) {
+    std::copy(with.begin(), with.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+    if (crcTo > crcFrom) {
+        const uLong crc = crc32(0, bytes.data() + crcFrom, static_cast<uInt>(crcTo - crcFrom));
+        for (int k = 0; k < 4; ++k) bytes[crcTo + k] = static_cast<uint8_t>(crc >> (24 - 8 * k));
+    }
+    return bytes;
+}
+
+// Every refusal and every failed write leaves the files that were there as
+// they were, and leaves nothing else behind.
+TEST_F(ToolEndToEnd, FailuresLeaveExistingFilesIntact) {
+    RgbImage picture;
+    picture.width = 192;
+    picture.height = 128;
+    picture.rgb = trvtest::randomBytes(192 * 128 * 3, 6);
+    RgbImage wider = picture;
+    wider.width = 194;
+    wider.rgb.resize(194 * 128 * 3);
+    writePicture(path("a.png"), picture);
+    writePicture(path("b.png"), picture);
+    writePicture(path("wide.png"), wider);
+    writePicture(path("a.jpg"), picture);
+    writeRawFile(path("f.nv21"), trvtest::toLayout(trvtest::randomPlanes(192, 128, 3), 4));
+    // Headers that claim 30000 x 30000 pixels: PNG IHDR width and height
+    // (bytes 16..23, CRC over 12..28), JPEG baseline frame height and width.
+    const std::vector<uint8_t> png = readRawFile(path("a.png")), jpeg = readRawFile(path("a.jpg"));
+    const std::vector<uint8_t> claim = {0, 0, 0x75, 0x30, 0, 0, 0x75, 0x30};
+    writeRawFile(path("huge.png"), patched(png, 16, claim, 12, 29));
+    const uint8_t frameMarker[] = {0xFF, 0xC0};
+    const size_t frame = static_cast<size_t>(
+        std::search(jpeg.begin(), jpeg.end(), std::begin(frameMarker), std::end(frameMarker)) - jpeg.begin());
+    ASSERT_LT(frame, jpeg.size());
+    writeRawFile(path("huge.jpg"), patched(jpeg, frame + 5, {0x75, 0x30, 0x75, 0x30}));
+    writeRawFile(path("cut.jpg"), std::vector<uint8_t>(jpeg.begin(), jpeg.begin() + jpeg.size() / 2));
+    const std::vector<uint8_t> keep = {'k', 'e', 'e', 'p'};
+    for (const char* name : {"out.nv21", "out.png", "out.jpg"}) writeRawFile(path(name), keep);
+
+    // Writes beyond 4 KiB fail (EFBIG rather than a signal): every result
+    // here is larger.
+    const std::string smallDisk = "ulimit -f 8; trap '' XFSZ; exec ";
+    const struct {
+        std::string arguments, prefix, message;
+    } cases[] = {
+        {"fuse -o " + path("a.png") + " " + path("b.png") + " " + path("a.png"), "", "the output is one of the inputs"},
+        {"tone -o " + path("a.png") + " " + path("a.png"), "", "the output is one of the inputs"},
+        {"fuse -o " + path("out.png") + " " + path("a.png") + " " + path("wide.png"), "", "194x128 differs from the first picture's 192x128"},
+        {"fuse -o " + path("out.png") + " " + path("huge.png"), "", "declared size 30000x30000"},
+        {"fuse -o " + path("out.png") + " " + path("huge.jpg"), "", "declared size 30000x30000"},
+        {"fuse -o " + path("out.png") + " " + path("a.jpg") + " " + path("cut.jpg"), "", "cut.jpg: cannot decode JPEG"},
+        {"fuse --format nv21 --size 192x128 -o " + path("out.nv21") + " " + path("f.nv21"), smallDisk, "out.nv21: cannot write"},
+        {"fuse -o " + path("out.png") + " " + path("a.png"), smallDisk, "out.png: cannot write"},
+        {"fuse -o " + path("out.jpg") + " " + path("a.png"), smallDisk, "out.jpg: cannot"},
+    };
+    const auto before = files();
+    for (const auto& c : cases) {
+        const ToolRun run = runTool(c.arguments, c.prefix);
+        EXPECT_NE(run.status, 0) << c.arguments;
+        EXPECT_NE(run.output.find(c.message), std::string::npos) << c.arguments << "\n" << run.output;
+        EXPECT_TRUE(files() == before) << "files changed or left behind by " << c.arguments;
+    }
+    // Without the limit the same write replaces the old file.
+    ASSERT_EQ(runTool("fuse -o " + path("out.jpg") + " " + path("a.png")).status, 0);
+    EXPECT_EQ(readPicture(path("out.jpg")).width, 192);
+}
+
 TEST_F(ToolEndToEnd, EverySubcommandHasHelp) {
-    for (const char* sub : {"fuse", "demo", "eval"}) {
+    for (const char* sub : {"fuse", "demo", "eval", "retinex", "tone"}) {
         const ToolRun run = runTool(std::string(sub) + " --help");
         EXPECT_EQ(run.status, 0) << sub;
         EXPECT_NE(run.output.find("Usage:"), std::string::npos) << sub;
