@@ -6,6 +6,7 @@
 #include <cstddef>
 
 #include "fusion/blend_rules.h"
+#include "fusion/divide_lanes.h"
 #include "trv/stages.h"
 
 namespace {
@@ -109,12 +110,258 @@ void blendPlanarChromaRow(const uint8_t* first, const uint8_t* const* firstRows,
     }
 }
 
+// ---- 16 lanes a step, with the usual division routines inlined ----
+//
+// The same rules as blendLuma8 / blendChroma8 when pfun24 and pfun16 hold the
+// routines setfunc picks for the frame count. Sums are kept in two uint16x8:
+// the even and the odd byte lanes.
+
+struct Lanes16 {
+    uint16x8_t even, odd;
+};
+
+inline Lanes16 widened(uint8x16_t v) {
+    const uint16x8_t words = vreinterpretq_u16_u8(v);
+    return {vandq_u16(words, vdupq_n_u16(0xFF)), vshrq_n_u16(words, 8)};
+}
+
+inline void accumulate(Lanes16& sum, uint8x16_t v) {
+    const Lanes16 w = widened(v);
+    sum.even = vaddq_u16(sum.even, w.even);
+    sum.odd = vaddq_u16(sum.odd, w.odd);
+}
+
+// Low byte of every lane, back in place order (the narrowing of the
+// division routines).
+inline uint8x16_t narrowed(uint16x8_t even, uint16x8_t odd) {
+    return vreinterpretq_u8_u16(vorrq_u16(vandq_u16(even, vdupq_n_u16(0xFF)), vshlq_n_u16(odd, 8)));
+}
+
+inline uint8x16_t clampBetween(uint8x16_t f, uint8x16_t lo, uint8x16_t hi) { return vminq_u8(vmaxq_u8(f, lo), hi); }
+
+// Lanes where |s24 - n x| >= 16 n. Every term is below 6 * 255, so the
+// difference is exact in signed 16-bit lanes.
+template <int N>
+inline uint16x8_t takesFramesOnly(uint16x8_t s24, uint16x8_t x) {
+    const int16x8_t deviation = vsubq_s16(vreinterpretq_s16_u16(s24), vreinterpretq_s16_u16(vmulq_n_u16(x, N)));
+    return vorrq_u16(vcgtq_s16(deviation, vdupq_n_s16(16 * N - 1)), vcltq_s16(deviation, vdupq_n_s16(1 - 16 * N)));
+}
+
+template <int N>
+struct LumaBlend16 {
+    trv::LaneDivider<N> byFrames;
+    trv::LaneDivider<N + 1> byAll;
+
+    uint8x16_t operator()(uint8x16_t x, const uint8x16_t* f) const {
+        const uint8x16_t lo16 = vqsubq_u8(x, vdupq_n_u8(16)), hi16 = vqaddq_u8(x, vdupq_n_u8(16));
+        if (N == 1) return vrhaddq_u8(x, clampBetween(f[0], lo16, hi16));
+        const uint8x16_t lo24 = vqsubq_u8(x, vdupq_n_u8(24)), hi24 = vqaddq_u8(x, vdupq_n_u8(24));
+        const Lanes16 centre = widened(x);
+        Lanes16 s24{vdupq_n_u16(0), vdupq_n_u16(0)};
+        Lanes16 s16 = centre;
+        for (int k = 0; k < N; ++k) {
+            accumulate(s24, clampBetween(f[k], lo24, hi24));
+            accumulate(s16, clampBetween(f[k], lo16, hi16));
+        }
+        const uint16x8_t even = vbslq_u16(takesFramesOnly<N>(s24.even, centre.even), byFrames(s24.even), byAll(s16.even));
+        const uint16x8_t odd = vbslq_u16(takesFramesOnly<N>(s24.odd, centre.odd), byFrames(s24.odd), byAll(s16.odd));
+        return narrowed(even, odd);
+    }
+};
+
+template <int N>
+struct ChromaBlend16 {
+    trv::LaneDivider<N + 1> byAll;
+
+    uint8x16_t operator()(uint8x16_t c, const uint8x16_t* f) const {
+        const uint8x16_t lo = vqsubq_u8(c, vdupq_n_u8(10)), hi = vqaddq_u8(c, vdupq_n_u8(10));
+        if (N == 1) return vrhaddq_u8(c, clampBetween(f[0], lo, hi));
+        Lanes16 sum = widened(c);
+        for (int k = 0; k < N; ++k) accumulate(sum, clampBetween(f[k], lo, hi));
+        return narrowed(byAll(sum.even), byAll(sum.odd));
+    }
+};
+
+// One row like blendRow: 16 columns a step, a last group of 8 in the low
+// half of a step, then the tail. Loads and stores cover the same columns as
+// the 8-wide loop.
+template <int N, class Blend16, class Tail>
+void blendRow16(const uint8_t* ref, const uint8_t* const* rows, uint8_t* out, int width, const Blend16& blend,
+                Tail tail) {
+    const int vectorEnd = width & ~7;
+    uint8x16_t f[N];
+    int c = 0;
+    for (; c + 16 <= vectorEnd; c += 16) {
+        for (int k = 0; k < N; ++k) f[k] = vld1q_u8(rows[k] + c);
+        vst1q_u8(out + c, blend(vld1q_u8(ref + c), f));
+    }
+    if (c < vectorEnd) {
+        const uint8x8_t none = vdup_n_u8(0);
+        for (int k = 0; k < N; ++k) f[k] = vcombine_u8(vld1_u8(rows[k] + c), none);
+        vst1_u8(out + c, vget_low_u8(blend(vcombine_u8(vld1_u8(ref + c), none), f)));
+        c += 8;
+    }
+    for (; c < width; ++c) out[c] = tail(ref[c], rows, c, N);
+}
+
+// Planar 4:2:2 chroma row as blendPlanarChromaRow: 16 luma columns (8
+// samples of each plane) a step, blended together as one 16-lane group.
+template <int N>
+void blendPlanarChromaRow16(const uint8_t* first, const uint8_t* const* firstRows, ptrdiff_t secondOffset,
+                            uint8_t* out, int width, const ChromaBlend16<N>& blend) {
+    const uint8_t* second = first + secondOffset;
+    const uint8_t* secondRows[N];
+    for (int k = 0; k < N; ++k) secondRows[k] = firstRows[k] + secondOffset;
+    const int vectorEnd = width & ~15;
+    int c = 0;
+    for (; c < vectorEnd; c += 16) {
+        const int s = c / 2;
+        uint8x16_t f[N];
+        for (int k = 0; k < N; ++k) f[k] = vcombine_u8(vld1_u8(firstRows[k] + s), vld1_u8(secondRows[k] + s));
+        const uint8x16_t both = blend(vcombine_u8(vld1_u8(first + s), vld1_u8(second + s)), f);
+        const uint8x8x2_t pairs = vzip_u8(vget_low_u8(both), vget_high_u8(both));
+        vst1q_u8(out + c, vcombine_u8(pairs.val[0], pairs.val[1]));
+    }
+    for (; c < width; c += 2) {
+        const int s = c / 2;
+        out[c] = chromaTail(first[s], firstRows, s, N);
+        // An odd last column has only the first sample of its pair.
+        if (c + 1 < width) out[c + 1] = chromaTail(second[s], secondRows, s, N);
+    }
+}
+
+// The frame count whose division routines pfun24 and pfun16 hold (as
+// setfunc leaves them), or 0 when they hold anything else.
+int inlinedFrameCount(int n) {
+    using Divider = uint8x8_t (*)(uint16x8_t);
+    static const Divider byCount[7] = {nullptr, Divfun1, Divfun2, Divfun3, Divfun4, Divfun5, Divfun6};
+    if (n < 1 || n > kMaxAlignedFrames) return 0;
+    // One other frame blends without dividing.
+    if (n == 1) return 1;
+    return pfun24 == byCount[n] && pfun16 == byCount[n + 1] ? n : 0;
+}
+
+template <int N>
+void blendLumaTile16(unsigned char* ref, unsigned char** frames, unsigned char* out, int width, int height) {
+    const LumaBlend16<N> blend;
+    const ptrdiff_t stride = gW;
+    const uint8_t* rows[N];
+    for (int r = 0; r < height; ++r) {
+        const ptrdiff_t offset = stride * r;
+        frameRows(frames, offset, N, rows);
+        blendRow16<N>(ref + offset, rows, out + offset, width, blend, lumaTail);
+    }
+}
+
+template <int N>
+void blendChromaTile16(unsigned char* ref, unsigned char** frames, unsigned char* out, int width, int height) {
+    const ChromaBlend16<N> blend;
+    const int lastRow = (height - 1) & ~1;
+    const uint8_t* rows[N];
+    for (int r = 0; r >= 0 && r <= lastRow; r += 2) {
+        uint8_t* outRow = out + static_cast<ptrdiff_t>(gW) * (r / 2);
+        if (gINFormat == 0) {
+            const ptrdiff_t planeStride = gW / 2;
+            const ptrdiff_t offset = planeStride * r;
+            frameRows(frames, offset, N, rows);
+            blendPlanarChromaRow16<N>(ref + offset, rows, planeStride * gH, outRow, width, blend);
+        } else if (gINFormat == 1 || gINFormat == 4) {
+            const ptrdiff_t offset = static_cast<ptrdiff_t>(gW) * (gINFormat == 1 ? r : r / 2);
+            frameRows(frames, offset, N, rows);
+            blendRow16<N>(ref + offset, rows, outRow, width, blend, chromaTail);
+        }
+    }
+}
+
+// Packed Y0 C0 Y1 C1 rows as mergeBlk_YUV_neon_YUYV: 16 pixels (32 bytes) a
+// step, split into 16 luma and 16 chroma lanes; a last group of 8 pixels
+// reads its 16 bytes alone.
+template <int N>
+void blendPackedTile16(unsigned char* ref, unsigned char** frames, unsigned char* outY, unsigned char* outUV,
+                       int width, int height) {
+    const LumaBlend16<N> luma;
+    const ChromaBlend16<N> chroma;
+    const int vectorEnd = width & ~7;
+    const uint8_t* rows[N];
+    for (int r = 0; r < height; ++r) {
+        const ptrdiff_t offset = 2 * static_cast<ptrdiff_t>(gW) * r;
+        const uint8_t* in = ref + offset;
+        frameRows(frames, offset, N, rows);
+        uint8_t* lumaOut = outY + static_cast<ptrdiff_t>(gW) * r;
+        uint8_t* chromaOut = (r & 1) == 0 ? outUV + static_cast<ptrdiff_t>(gW) * (r / 2) : nullptr;
+        uint8x16_t fy[N], fc[N];
+        int c = 0;
+        for (; c + 16 <= vectorEnd; c += 16) {
+            const uint8x16x2_t x = vuzpq_u8(vld1q_u8(in + 2 * c), vld1q_u8(in + 2 * c + 16));
+            for (int k = 0; k < N; ++k) {
+                const uint8x16x2_t f = vuzpq_u8(vld1q_u8(rows[k] + 2 * c), vld1q_u8(rows[k] + 2 * c + 16));
+                fy[k] = f.val[0];
+                fc[k] = f.val[1];
+            }
+            vst1q_u8(lumaOut + c, luma(x.val[0], fy));
+            if (chromaOut != nullptr) vst1q_u8(chromaOut + c, chroma(x.val[1], fc));
+        }
+        if (c < vectorEnd) {
+            const uint8x16_t none = vdupq_n_u8(0);
+            const uint8x16x2_t x = vuzpq_u8(vld1q_u8(in + 2 * c), none);
+            for (int k = 0; k < N; ++k) {
+                const uint8x16x2_t f = vuzpq_u8(vld1q_u8(rows[k] + 2 * c), none);
+                fy[k] = f.val[0];
+                fc[k] = f.val[1];
+            }
+            vst1_u8(lumaOut + c, vget_low_u8(luma(x.val[0], fy)));
+            if (chromaOut != nullptr) vst1_u8(chromaOut + c, vget_low_u8(chroma(x.val[1], fc)));
+            c += 8;
+        }
+        for (; c < width; ++c) {
+            lumaOut[c] = lumaTail(in[2 * c], rows, 2 * c, N);
+            if (chromaOut != nullptr) chromaOut[c] = chromaTail(in[2 * c + 1], rows, 2 * c + 1, N);
+        }
+    }
+}
+
+using TileKernel = void (*)(unsigned char*, unsigned char**, unsigned char*, int, int);
+using PackedKernel = void (*)(unsigned char*, unsigned char**, unsigned char*, unsigned char*, int, int);
+
+template <template <int> class Kernel, class Fn = TileKernel>
+Fn byFrameCount(int n) {
+    switch (n) {
+        case 1: return Kernel<1>::run;
+        case 2: return Kernel<2>::run;
+        case 3: return Kernel<3>::run;
+        case 4: return Kernel<4>::run;
+        case 5: return Kernel<5>::run;
+        default: return nullptr;
+    }
+}
+
+template <int N>
+struct LumaTile {
+    static void run(unsigned char* r, unsigned char** f, unsigned char* o, int w, int h) { blendLumaTile16<N>(r, f, o, w, h); }
+};
+
+template <int N>
+struct ChromaTile {
+    static void run(unsigned char* r, unsigned char** f, unsigned char* o, int w, int h) { blendChromaTile16<N>(r, f, o, w, h); }
+};
+
+template <int N>
+struct PackedTile {
+    static void run(unsigned char* r, unsigned char** f, unsigned char* y, unsigned char* uv, int w, int h) {
+        blendPackedTile16<N>(r, f, y, uv, w, h);
+    }
+};
+
 }  // namespace
 
 extern "C" {
 
 void mergeBlk_Y_neon(unsigned char* ref, unsigned char** frames, unsigned char* out, int width, int height) {
     const int n = alignedFrameCount();
+    if (const TileKernel fast = byFrameCount<LumaTile>(inlinedFrameCount(n))) {
+        fast(ref, frames, out, width, height);
+        return;
+    }
     const ptrdiff_t stride = gW;
     const uint8_t* rows[kMaxAlignedFrames];
     for (int r = 0; r < height; ++r) {
@@ -128,6 +375,10 @@ void mergeBlk_Y_neon(unsigned char* ref, unsigned char** frames, unsigned char* 
 // gives one output row of interleaved pairs (row stride gW).
 void mergeBlk_uv_neon(unsigned char* ref, unsigned char** frames, unsigned char* out, int width, int height) {
     const int n = alignedFrameCount();
+    if (const TileKernel fast = byFrameCount<ChromaTile>(inlinedFrameCount(n))) {
+        fast(ref, frames, out, width, height);
+        return;
+    }
     const int lastRow = (height - 1) & ~1;
     const uint8_t* rows[kMaxAlignedFrames];
     for (int r = 0; r >= 0 && r <= lastRow; r += 2) {
@@ -150,6 +401,10 @@ void mergeBlk_uv_neon(unsigned char* ref, unsigned char** frames, unsigned char*
 void mergeBlk_YUV_neon_YUYV(unsigned char* ref, unsigned char** frames, unsigned char* outY, unsigned char* outUV,
                             int width, int height) {
     const int n = alignedFrameCount();
+    if (const PackedKernel fast = byFrameCount<PackedTile, PackedKernel>(inlinedFrameCount(n))) {
+        fast(ref, frames, outY, outUV, width, height);
+        return;
+    }
     const int vectorEnd = width & ~7;
     const uint8_t* rows[kMaxAlignedFrames];
     for (int r = 0; r < height; ++r) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fusion/blend_model.h"
+#include "fusion/divide_lanes.h"
 #include "support/synthetic.h"
 #include "trv/stages.h"
 
@@ -202,17 +203,30 @@ TEST_F(BlendKernels, OneFrameNeverReadsTheDivisionTables) {
     for (int c = 0; c < 13; ++c) EXPECT_EQ(out[c], want(burst, c, c, 13, 8, true)) << c;
 }
 
+template <int D>
+uint16x8_t inlineDivide(uint16x8_t v) {
+    return trv::LaneDivider<D>()(v);
+}
+
+// The routines, and the inline dividers the kernels use in their place, on
+// every input.
 TEST(BlendConstants, DivisionRoutinesOnEveryInput) {
     using Divider = uint8x8_t (*)(uint16x8_t);
     const Divider routines[] = {Divfun1, Divfun2, Divfun3, Divfun4, Divfun5, Divfun6};
+    using Inline = uint16x8_t (*)(uint16x8_t);
+    const Inline inlined[] = {inlineDivide<1>, inlineDivide<2>, inlineDivide<3>,
+                              inlineDivide<4>, inlineDivide<5>, inlineDivide<6>};
     for (int d = 1; d <= 6; ++d) {
         for (uint32_t base = 0; base < 65536; base += 8) {
-            uint16_t in[8];
+            uint16_t in[8], lanes[8];
             for (int lane = 0; lane < 8; ++lane) in[lane] = static_cast<uint16_t>(base + lane);
             uint8_t out[8];
             vst1_u8(out, routines[d - 1](vld1q_u16(in)));
-            for (int lane = 0; lane < 8; ++lane)
+            vst1q_u16(lanes, inlined[d - 1](vld1q_u16(in)));
+            for (int lane = 0; lane < 8; ++lane) {
                 ASSERT_EQ(out[lane], blendmodel::vectorDivide(in[lane], d)) << "divide by " << d << " of " << in[lane];
+                ASSERT_EQ(lanes[lane] & 0xFF, out[lane]) << "inline divide by " << d << " of " << in[lane];
+            }
         }
     }
     // Hand values: the truncated factors, not exact thirds and sixths.
