@@ -10,6 +10,23 @@ inline uint8_t quarterTail(const uint8_t* upper, const uint8_t* lower, int x) {
     return static_cast<uint8_t>((upper[4 * x + 1] + upper[4 * x + 2] + lower[4 * x + 1] + lower[4 * x + 2] + 2) >> 2);
 }
 
+// Bytes 2 and 3 of each 4-byte cell of the 32 bytes at p, as the low and
+// high byte of 8 16-bit lanes.
+inline uint16x8_t innerPairs(const uint8_t* p) {
+    return vuzpq_u16(vreinterpretq_u16_u8(vld1q_u8(p)), vreinterpretq_u16_u8(vld1q_u8(p + 16))).val[1];
+}
+
+// h(a, b) = (a + b) >> 1 of the two bytes of each lane.
+inline uint16x8_t halvedPairs(uint16x8_t pairs) {
+    return vshrq_n_u16(vaddq_u16(vandq_u16(pairs, vdupq_n_u16(0xFF)), vshrq_n_u16(pairs, 8)), 1);
+}
+
+// The vector body's 8 outputs from 32 bytes of the upper and of the lower
+// row: h(h(a2, a3), h(b2, b3)), one per 16-bit lane.
+inline uint16x8_t cellAverages(const uint8_t* upper, const uint8_t* lower) {
+    return vshrq_n_u16(vaddq_u16(halvedPairs(innerPairs(upper)), halvedPairs(innerPairs(lower))), 1);
+}
+
 }  // namespace
 
 extern "C" {
@@ -20,17 +37,21 @@ void fillImageS_YV16_line(const unsigned char* row, unsigned char* out, int W) {
     const int body = q & ~7;
     const uint8_t* upper = row;
     const uint8_t* lower = row + W;
-    // Vector body: columns 4x + 2 and 4x + 3, truncating halving averages.
-    for (int x = 0; x < body; x += 8) {
-        uint8x8x4_t a = vld4_u8(upper + 4 * x);
-        uint8x8x4_t b = vld4_u8(lower + 4 * x);
-        uint8x8_t top = vhadd_u8(a.val[2], a.val[3]);
-        uint8x8_t bottom = vhadd_u8(b.val[2], b.val[3]);
-        vst1_u8(out + x, vhadd_u8(top, bottom));
+    // Vector body: columns 4x + 2 and 4x + 3, truncating halving averages,
+    // 16 outputs a step and a last group of 8.
+    int x = 0;
+    for (; x + 16 <= body; x += 16) {
+        const uint16x8_t lo = cellAverages(upper + 4 * x, lower + 4 * x);
+        const uint16x8_t hi = cellAverages(upper + 4 * x + 32, lower + 4 * x + 32);
+        vst1q_u8(out + x, vuzpq_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi)).val[0]);
+    }
+    if (x < body) {
+        vst1_u8(out + x, vmovn_u16(cellAverages(upper + 4 * x, lower + 4 * x)));
+        x += 8;
     }
     // Scalar tail: its own sampling and rounding, as the vector body's
     // results and the tail's must both be reproduced exactly.
-    for (int x = body; x < q; ++x) out[x] = quarterTail(upper, lower, x);
+    for (; x < q; ++x) out[x] = quarterTail(upper, lower, x);
 }
 
 void fillImageS_YV16(int i) {
