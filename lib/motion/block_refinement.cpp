@@ -43,22 +43,22 @@ double evenColumnSumScalar(const uint8_t* cur, const uint8_t* ref, int bw) {
     return static_cast<double>(sum);
 }
 
-// The same sum, 16 columns per step: de-interleave, keep the even bytes,
-// accumulate in 16-bit lanes, flush to double after each 4096-column chunk.
-// The last group of 16 is left to the even-column tail when bw is a
-// multiple of 16, so that no load touches the odd column bw - 1, which the
-// plain rule never reads; the sum is the same.
+// The same sum, 16 columns per step: absolute differences of all 16 bytes,
+// the even ones kept as 16-bit lanes and accumulated, flushed to double
+// after each 4096-column chunk. The last group of 16 is left to the
+// even-column tail when bw is a multiple of 16, so that no load touches the
+// odd column bw - 1, which the plain rule never reads; the sum is the same.
 double evenColumnSumNeon(const uint8_t* cur, const uint8_t* ref, int bw) {
     if (bw <= 0) return 0.0;
     const int vectorEnd = (bw - 1) & ~15;
+    const uint16x8_t evenBytes = vdupq_n_u16(0xFF);
     double sum = 0.0;
     for (int chunk = 0; chunk < vectorEnd; chunk += kQuarterChunkColumns) {
         const int chunkEnd = std::min(chunk + kQuarterChunkColumns, vectorEnd);
         uint16x8_t acc = vdupq_n_u16(0);
         for (int c = chunk; c < chunkEnd; c += 16) {
-            const uint8x8x2_t a = vld2_u8(cur + c);  // val[0]: columns c, c + 2, ..., c + 14
-            const uint8x8x2_t b = vld2_u8(ref + c);
-            acc = vaddw_u8(acc, vabd_u8(a.val[0], b.val[0]));
+            const uint8x16_t d = vabdq_u8(vld1q_u8(cur + c), vld1q_u8(ref + c));
+            acc = vaddq_u16(acc, vandq_u16(vreinterpretq_u16_u8(d), evenBytes));  // columns c, c + 2, ..., c + 14
         }
         sum += static_cast<double>(sumLanes(acc));
     }
@@ -142,18 +142,41 @@ void refineFullRes(const uint8_t* cur, const uint8_t* ref, MV1* mv, int W, int b
 // compared with 8 reference bytes; lanes 0..4 are the candidates. The last
 // sampled column is done one candidate at a time, so no load reaches past
 // column last - r + 4, the furthest the plain rule reads.
+//
+// Two samples share one 16-lane comparison (the second in the high half);
+// the even and odd byte lanes accumulate apart in 16-bit lanes, so lane l of
+// either half is candidate l.
 void addFiveCandidateRow(const uint8_t* curRow, const uint8_t* refRow, int bw, double costs[kVectorCandidates]) {
     const int last = ((bw - 1) / kPlanarColumnStep) * kPlanarColumnStep;
     uint32_t laneSums[kVectorCandidates] = {};
+    const uint16x8_t lowByte = vdupq_n_u16(0xFF);
     for (int chunk = 0; chunk < last; chunk += kLaneSamplesPerFlush * kPlanarColumnStep) {
         const int chunkEnd = std::min(chunk + kLaneSamplesPerFlush * kPlanarColumnStep, last);
-        uint16x8_t acc = vdupq_n_u16(0);
-        for (int c = chunk; c < chunkEnd; c += kPlanarColumnStep) {
-            acc = vaddw_u8(acc, vabd_u8(vdup_n_u8(curRow[c]), vld1_u8(refRow + c)));
+        uint16x8_t even = vdupq_n_u16(0), odd = vdupq_n_u16(0);
+        auto add = [&](uint8x16_t d) {
+            even = vaddq_u16(even, vandq_u16(vreinterpretq_u16_u8(d), lowByte));
+            odd = vaddq_u16(odd, vshrq_n_u16(vreinterpretq_u16_u8(d), 8));
+        };
+        int c = chunk;
+        for (; c + kPlanarColumnStep < chunkEnd; c += 2 * kPlanarColumnStep) {
+            const int c2 = c + kPlanarColumnStep;
+            add(vabdq_u8(vcombine_u8(vdup_n_u8(curRow[c]), vdup_n_u8(curRow[c2])),
+                         vcombine_u8(vld1_u8(refRow + c), vld1_u8(refRow + c2))));
         }
-        uint16_t lanes[8];
-        vst1q_u16(lanes, acc);
-        for (int l = 0; l < kVectorCandidates; ++l) laneSums[l] += lanes[l];
+        if (c < chunkEnd) {
+            // A lone last sample: its high half compares the sample with itself.
+            const uint8x8_t sample = vdup_n_u8(curRow[c]);
+            add(vabdq_u8(vcombine_u8(sample, sample), vcombine_u8(vld1_u8(refRow + c), sample)));
+        }
+        uint16_t e[8], o[8];
+        vst1q_u16(e, even);
+        vst1q_u16(o, odd);
+        // Byte lane l is the low (even l) or high (odd l) byte of 16-bit lane
+        // l / 2; the high half starts at 16-bit lane 4.
+        for (int l = 0; l < kVectorCandidates; ++l) {
+            const uint16_t* half = (l & 1) ? o : e;
+            laneSums[l] += static_cast<uint32_t>(half[l / 2]) + half[4 + l / 2];
+        }
     }
     for (int l = 0; l < kVectorCandidates; ++l) {
         laneSums[l] += static_cast<uint32_t>(trv::absInt(curRow[last] - refRow[last + l]));
