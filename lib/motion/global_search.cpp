@@ -3,6 +3,7 @@
 // 3 x 3 refinements at halving steps.
 #include <algorithm>
 #include <cstdlib>
+#include <vector>
 
 #include "common/arith.h"
 #include "common/threads.h"
@@ -50,21 +51,72 @@ int coarseLevel(int32_t W, int32_t H) {
     return k;
 }
 
-// Cost of the coarse candidate (dx, dy): every step-th column of every
-// step-th crop row. Gives up once a row ends above best (it can then never
-// win). Samples stay inside the frame because |dx|, |dy| <= R <= the margins.
+// The coarse search reads the crop and the frame only on two lattices: crop
+// pixels (s0 c', s0 r'), and frame pixels (mx - R + s0 m, my - R + s0 n) of
+// which candidate (dx, dy) = (-R + s0 i, -R + s0 j) compares sample (c', r')
+// with lattice pixel (i + c', j + r'). Both lattices are gathered once per
+// frame into small images, so every candidate row is a contiguous run.
+struct Lattice {
+    int32_t step = 1, range = 0;
+    int32_t cols = 0, rows = 0;  // sampled crop columns and rows
+    int32_t candidates = 0;      // per axis
+    std::vector<uint8_t> crop;   // rows x cols
+    std::vector<uint8_t> frame;  // (candidates - 1 + rows) x (candidates - 1 + cols)
+
+    int32_t frameCols() const { return candidates - 1 + cols; }
+};
+
 template <int kBytes>
-double coarseCost(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t dx, int32_t dy,
-                  int32_t step, double best) {
-    double cost = 0.0;
-    for (int32_t r = 0; r < g.cropH; r += step) {
-        const uint8_t* cropRow = crop + static_cast<ptrdiff_t>(r) * g.cropW;
-        uint64_t rowSum = 0;
-        for (int32_t c = 0; c < g.cropW; c += step) {
-            rowSum += static_cast<uint64_t>(
-                trv::absInt(cropRow[c] - lumaAt<kBytes>(ref, g.W, g.mx + dx + c, g.my + dy + r)));
+void gatherLattice(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t R, int32_t s0,
+                   Lattice& l) {
+    l.step = s0;
+    l.range = R;
+    l.cols = (g.cropW + s0 - 1) / s0;
+    l.rows = (g.cropH + s0 - 1) / s0;
+    l.candidates = 2 * R / s0 + 1;
+    l.crop.resize(static_cast<size_t>(l.cols) * l.rows);
+    for (int32_t r = 0; r < l.rows; ++r)
+        for (int32_t c = 0; c < l.cols; ++c)
+            l.crop[static_cast<size_t>(r) * l.cols + c] = crop[static_cast<ptrdiff_t>(r) * s0 * g.cropW + c * s0];
+    const int32_t fc = l.frameCols(), fr = l.candidates - 1 + l.rows;
+    l.frame.resize(static_cast<size_t>(fc) * fr);
+    for (int32_t n = 0; n < fr; ++n)
+        for (int32_t m = 0; m < fc; ++m)
+            l.frame[static_cast<size_t>(n) * fc + m] = lumaAt<kBytes>(ref, g.W, g.mx - R + s0 * m, g.my - R + s0 * n);
+}
+
+// Sum of |a - b| over n bytes, exact: 16 a step in 16-bit lanes (a row of
+// the coarse lattice holds at most a few hundred samples), the rest one by
+// one.
+uint64_t absDiffSum(const uint8_t* a, const uint8_t* b, int32_t n) {
+    const int32_t vectorEnd = n & ~15;
+    uint64_t sum = 0;
+    int32_t c = 0;
+    while (c < vectorEnd) {
+        // Flush before any lane could pass 65535 (255 steps of 255).
+        const int32_t chunkEnd = std::min(vectorEnd, c + 16 * 255);
+        uint16x8_t even = vdupq_n_u16(0), odd = vdupq_n_u16(0);
+        for (; c < chunkEnd; c += 16) {
+            const uint16x8_t d = vreinterpretq_u16_u8(vabdq_u8(vld1q_u8(a + c), vld1q_u8(b + c)));
+            even = vaddq_u16(even, vandq_u16(d, vdupq_n_u16(0xFF)));
+            odd = vaddq_u16(odd, vshrq_n_u16(d, 8));
         }
-        cost += static_cast<double>(rowSum);
+        const uint64x2_t lanes = vpaddlq_u32(vaddq_u32(vpaddlq_u16(even), vpaddlq_u16(odd)));
+        sum += vgetq_lane_u64(lanes, 0) + vgetq_lane_u64(lanes, 1);
+    }
+    for (; c < n; ++c) sum += static_cast<uint64_t>(trv::absInt(a[c] - b[c]));
+    return sum;
+}
+
+// Cost of the coarse candidate (i, j) of the lattice: every step-th column
+// of every step-th crop row. Gives up once a row ends above best (it can
+// then never win).
+double coarseCost(const Lattice& l, int32_t i, int32_t j, double best) {
+    double cost = 0.0;
+    const int32_t fc = l.frameCols();
+    for (int32_t r = 0; r < l.rows; ++r) {
+        cost += static_cast<double>(absDiffSum(&l.crop[static_cast<size_t>(r) * l.cols],
+                                               &l.frame[static_cast<size_t>(j + r) * fc + i], l.cols));
         if (cost > best) break;
     }
     return cost;
@@ -119,10 +171,13 @@ void searchFrame(const uint8_t* crop, const uint8_t* ref, MV1* mv, int32_t W, in
     const int32_t s0 = int32_t{1} << k;
 
     // Coarse full search, row-major from (-R, -R); ties keep the first.
+    // Without crop rows every candidate costs 0 and the first wins.
+    Lattice lattice;
+    if (!g.empty()) gatherLattice<kBytes>(crop, ref, g, R, s0, lattice);
     double best = kNoCost;
-    for (int32_t dy = -R; dy <= R; dy += s0) {
-        for (int32_t dx = -R; dx <= R; dx += s0) {
-            const double cost = coarseCost<kBytes>(crop, ref, g, dx, dy, s0, best);
+    for (int32_t dy = -R, j = 0; dy <= R; dy += s0, ++j) {
+        for (int32_t dx = -R, i = 0; dx <= R; dx += s0, ++i) {
+            const double cost = g.empty() ? 0.0 : coarseCost(lattice, i, j, best);
             if (cost < best) {
                 best = cost;
                 mv->x = dx;
