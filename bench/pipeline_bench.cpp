@@ -11,63 +11,20 @@
 #include <utility>
 #include <vector>
 
-#include "support/synthetic.h"
+#include "nv21_burst.h"
 #include "trv/trv.h"
 
 namespace {
 
-constexpr size_t kShifts[6] = {0, 3, 7, 10, 14, 19};
+using trvbench::NV21Burst;
 
-// Natural pictures have little energy at the finest scale; a box blur of the
-// synthetic texture gives it that spectrum, so that the one-pixel residual
-// the global search leaves is judged as a photograph's would be.
-std::vector<uint8_t> smoothed(const std::vector<uint8_t>& plane, int w, int h, int radius) {
-    std::vector<uint8_t> out(plane.size());
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) {
-            int sum = 0, count = 0;
-            for (int dy = -radius; dy <= radius; ++dy)
-                for (int dx = -radius; dx <= radius; ++dx) {
-                    const int yy = y + dy, xx = x + dx;
-                    if (yy < 0 || yy >= h || xx < 0 || xx >= w) continue;
-                    sum += plane[static_cast<size_t>(yy) * w + xx];
-                    ++count;
-                }
-            out[static_cast<size_t>(y) * w + x] = static_cast<uint8_t>(sum / count);
-        }
-    return out;
+// One burst per size, built once and shared by the cases.
+NV21Burst& burstOf(int width, int height) {
+    static std::map<std::pair<int, int>, std::unique_ptr<NV21Burst>> cache;
+    auto& slot = cache[{width, height}];
+    if (!slot) slot = std::make_unique<NV21Burst>(width, height);
+    return *slot;
 }
-
-// One textured scene, every frame a shifted copy with its own noise; built
-// once per size and shared by the cases.
-struct NV21Burst {
-    int w, h;
-    std::vector<std::vector<uint8_t>> frames;
-    std::vector<uint8_t> output;
-
-    NV21Burst(int width, int height) : w(width), h(height) {
-        const size_t bytes = static_cast<size_t>(w) * h * 3 / 2;
-        const std::vector<uint8_t> scene = smoothed(trvtest::texturedPlane(w, h * 3 / 2, 7), w, h * 3 / 2, 2);
-        trvtest::Rng rng(11);
-        for (int f = 0; f < 6; ++f) {
-            std::vector<uint8_t> frame(bytes);
-            const size_t shift = kShifts[f];  // a few pixels of horizontal motion
-            for (size_t i = 0; i < bytes; ++i) {
-                const int v = scene[i + shift < bytes ? i + shift : i] + static_cast<int>(rng.next() % 9) - 4;
-                frame[i] = static_cast<uint8_t>(v < 0 ? 0 : (v > 255 ? 255 : v));
-            }
-            frames.push_back(std::move(frame));
-        }
-        output.resize(bytes);
-    }
-
-    static NV21Burst& of(int width, int height) {
-        static std::map<std::pair<int, int>, std::unique_ptr<NV21Burst>> cache;
-        auto& slot = cache[{width, height}];
-        if (!slot) slot = std::make_unique<NV21Burst>(width, height);
-        return *slot;
-    }
-};
 
 // Reads every frame once (a running sum the compiler cannot drop) and
 // writes one output frame.
@@ -105,7 +62,7 @@ void setSizeCounters(benchmark::State& state, const NV21Burst& burst, int frames
 void BM_Enhancement(benchmark::State& state) {
     const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));
     const int frames = static_cast<int>(state.range(2));
-    NV21Burst& burst = NV21Burst::of(w, h);
+    NV21Burst& burst = burstOf(w, h);
     std::vector<__tag_TRV_OFFSCREEN> pics(frames);
     _tag_TRV_INPUTINFO in{};
     in.picNum = frames;
@@ -136,7 +93,7 @@ void BM_Enhancement(benchmark::State& state) {
 void BM_MemoryFloor(benchmark::State& state) {
     const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));
     const int frames = static_cast<int>(state.range(2));
-    NV21Burst& burst = NV21Burst::of(w, h);
+    NV21Burst& burst = burstOf(w, h);
     for (auto _ : state) memoryFloor(burst, frames, burst.output);
     setSizeCounters(state, burst, frames);
 }
