@@ -80,7 +80,7 @@ TRV_API void TRV_GetVersion(_tag_TRV_Version* v);
 /* inputFormat 1, outputFormat 4, dump 0; intensity and reserved untouched. */
 TRV_API int32_t TRV_GetDefaultParam(_tag_TRV_PARAM* p);
 TRV_API int32_t TRV_Init(void);   /* does nothing */
-TRV_API int32_t TRV_Uninit(void); /* does nothing */
+TRV_API int32_t TRV_Uninit(void); /* releases the buffers kept between bursts */
 
 /* ------------------------------------------------------------------------
  * TRV_FuseBurst: the validated entry point.

@@ -5,9 +5,9 @@
 #include "fusion/block_classify.h"
 
 #include <cstddef>
-#include <vector>
 
 #include "common/arith.h"
+#include "common/small_buffer.h"
 #include "fusion/blend_rules.h"
 #include "trv/simd.h"
 #include "trv/stages.h"
@@ -425,7 +425,7 @@ void countDisagreements(const TileGeometry& g, int32_t tile, ClassifySamples sam
 }
 
 void classifyBlocks(const TileGeometry& g, int32_t tile, ClassifySamples samples, int32_t* map) {
-    std::vector<int32_t> counts(static_cast<size_t>(g.rows) * g.cols * kMaxAlignedFrames, 0);
+    ZeroedInts<4 * 512> counts(static_cast<size_t>(g.rows) * g.cols * kMaxAlignedFrames);
     countDisagreements(g, tile, samples, counts.data());
     const MotionThresholds th = motionThresholds(gMeanY, gMergeEnhanceID);
     const int32_t others = alignedFrameCount();

@@ -2,9 +2,10 @@
 // whole tile by the simple rule, then (in scenes of normal luminance) merge
 // the moving blocks again by the strict rule, feathered into their static
 // neighbours.
-#include <cstdlib>
+#include <cstddef>
 
 #include "common/arith.h"
+#include "common/small_buffer.h"
 #include "fusion/blend_rules.h"
 #include "fusion/block_classify.h"
 #include "fusion/merge_geometry.h"
@@ -15,6 +16,10 @@ namespace {
 using trv::TileGeometry;
 
 using StrictMerge = void (*)(int, int, float, float, int, int*, int, int, int, float);
+
+// Block maps up to this many cells (grids of frames up to a few thousand
+// rows high) stay on the stack.
+constexpr size_t kInlineCells = 512;
 
 // How far the strict merge of a tile may write into its neighbours.
 constexpr int kApron = 4;
@@ -79,10 +84,12 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
         return;
     }
     const TileGeometry g = trv::tileGeometry(tile, gW, gH);
-    const int cells = g.rows * g.cols;
-    int* map = static_cast<int*>(std::calloc(cells, sizeof(int)));
-    int* second = static_cast<int*>(std::calloc(cells, sizeof(int)));
-    int* labels = static_cast<int*>(std::calloc((g.cols + 2) * (g.rows + 2), sizeof(int)));
+    const size_t cells = static_cast<size_t>(g.rows) * g.cols;
+    trv::ZeroedInts<kInlineCells> mapCells(cells), secondCells(cells);
+    trv::ZeroedInts<kInlineCells> labelCells(static_cast<size_t>(g.cols + 2) * (g.rows + 2));
+    int* map = mapCells.data();
+    int* second = secondCells.data();
+    int* labels = labelCells.data();
 
     trv::classifyBlocks(g, tile, samples, map);
     if (g.cols == 14)
@@ -104,9 +111,6 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
                 if (map[r * g.cols + c] >= 1) pass.block(map, r, c);
     }
 
-    std::free(labels);
-    std::free(second);
-    std::free(map);
 }
 
 }  // namespace

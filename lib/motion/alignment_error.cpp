@@ -45,7 +45,7 @@ template <int kBytes>
 void measureFrames(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n,
                    trv::ThreadBody worker) {
     gErrorCrop = CropGeometry::of(W, H);
-    gCEInput = trv::allocateCrop(gErrorCrop);
+    gCEInput = trv::cropBuffer(gErrorCrop);
     if (!gErrorCrop.empty()) trv::copyCropRows<kBytes>(base, gCEInput, gErrorCrop, 0, gErrorCrop.cropH);
     // Slot 0 (frames[0], mvs[0]) is skipped on purpose: after a reference
     // swap it holds the former reference, whose search cost against the new
@@ -58,8 +58,7 @@ void measureFrames(unsigned char* base, unsigned char** frames, MV1** mvs, int W
         }
         trv::runWorkers(worker, measured);
     }
-    free(gCEInput);
-    gCEInput = nullptr;
+    gCEInput = nullptr;  // the buffer stays for the next burst
 }
 
 }  // namespace

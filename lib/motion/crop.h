@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "common/scratch.h"
+
 namespace trv {
 
 struct CropGeometry {
@@ -43,9 +45,11 @@ void copyCropRows(const uint8_t* image, uint8_t* crop, const CropGeometry& g, in
     }
 }
 
-// The crop buffer; one byte when the crop is empty, so it is never null.
-inline uint8_t* allocateCrop(const CropGeometry& g) {
-    return static_cast<uint8_t*>(malloc(g.empty() ? 1 : g.bytes()));
-}
+// Bytes of the crop buffer: at least one, so that it is never null.
+inline size_t cropBytes(const CropGeometry& g) { return g.empty() ? 1 : g.bytes(); }
+
+// The crop buffer, kept between calls and shared by the motion search and
+// the alignment error, which never run at the same time.
+inline uint8_t* cropBuffer(const CropGeometry& g) { return scratchBuffer(ScratchUse::LumaCrop, cropBytes(g)); }
 
 }  // namespace trv

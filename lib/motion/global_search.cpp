@@ -57,29 +57,36 @@ int coarseLevel(int32_t W, int32_t H) {
 // with lattice pixel (i + c', j + r'). Both lattices are gathered once per
 // frame into small images, so every candidate row is a contiguous run.
 struct Lattice {
-    int32_t step = 1, range = 0;
     int32_t cols = 0, rows = 0;  // sampled crop columns and rows
     int32_t candidates = 0;      // per axis
-    std::vector<uint8_t> crop;   // rows x cols
-    std::vector<uint8_t> frame;  // (candidates - 1 + rows) x (candidates - 1 + cols)
+    uint8_t* crop = nullptr;     // rows x cols
+    uint8_t* frame = nullptr;    // (candidates - 1 + rows) x (candidates - 1 + cols)
 
+    Lattice(const CropGeometry& g, int32_t R, int32_t s0)
+        : cols((g.cropW + s0 - 1) / s0), rows((g.cropH + s0 - 1) / s0), candidates(2 * R / s0 + 1) {}
     int32_t frameCols() const { return candidates - 1 + cols; }
+    size_t cropBytes() const { return static_cast<size_t>(cols) * rows; }
+    size_t bytes() const { return cropBytes() + static_cast<size_t>(frameCols()) * (candidates - 1 + rows); }
 };
+
+// Memory for the lattice images of each search thread, after the crop in
+// its buffer (set up by ME before its threads start); METhread hands its
+// slot to the search it runs. A search called on its own uses memory of its
+// own.
+struct LatticeSlots {
+    uint8_t* base = nullptr;
+    size_t bytesPerSlot = 0;
+};
+LatticeSlots gLatticeSlots;
+thread_local uint8_t* tLatticeMemory = nullptr;
 
 template <int kBytes>
 void gatherLattice(const uint8_t* crop, const uint8_t* ref, const CropGeometry& g, int32_t R, int32_t s0,
                    Lattice& l) {
-    l.step = s0;
-    l.range = R;
-    l.cols = (g.cropW + s0 - 1) / s0;
-    l.rows = (g.cropH + s0 - 1) / s0;
-    l.candidates = 2 * R / s0 + 1;
-    l.crop.resize(static_cast<size_t>(l.cols) * l.rows);
     for (int32_t r = 0; r < l.rows; ++r)
         for (int32_t c = 0; c < l.cols; ++c)
             l.crop[static_cast<size_t>(r) * l.cols + c] = crop[static_cast<ptrdiff_t>(r) * s0 * g.cropW + c * s0];
     const int32_t fc = l.frameCols(), fr = l.candidates - 1 + l.rows;
-    l.frame.resize(static_cast<size_t>(fc) * fr);
     for (int32_t n = 0; n < fr; ++n)
         for (int32_t m = 0; m < fc; ++m)
             l.frame[static_cast<size_t>(n) * fc + m] = lumaAt<kBytes>(ref, g.W, g.mx - R + s0 * m, g.my - R + s0 * n);
@@ -172,8 +179,18 @@ void searchFrame(const uint8_t* crop, const uint8_t* ref, MV1* mv, int32_t W, in
 
     // Coarse full search, row-major from (-R, -R); ties keep the first.
     // Without crop rows every candidate costs 0 and the first wins.
-    Lattice lattice;
-    if (!g.empty()) gatherLattice<kBytes>(crop, ref, g, R, s0, lattice);
+    Lattice lattice(g, R, s0);
+    std::vector<uint8_t> own;
+    if (!g.empty()) {
+        uint8_t* memory = tLatticeMemory;
+        if (memory == nullptr) {
+            own.resize(lattice.bytes());
+            memory = own.data();
+        }
+        lattice.crop = memory;
+        lattice.frame = memory + lattice.cropBytes();
+        gatherLattice<kBytes>(crop, ref, g, R, s0, lattice);
+    }
     double best = kNoCost;
     for (int32_t dy = -R, j = 0; dy <= R; dy += s0, ++j) {
         for (int32_t dx = -R, i = 0; dx <= R; dx += s0, ++i) {
@@ -205,24 +222,32 @@ void fillCropBand(int band) {
 void runSearch(unsigned char* base, unsigned char** frames, MV1** mvs, int W, int H, int n, bool planar) {
     gSearch.crop = CropGeometry::of(W, H);
     gSearch.planar = planar;
-    gMEInput = trv::allocateCrop(gSearch.crop);
+    // The per-frame tables hold five frames; a longer burst searches its
+    // first five. Their lattice images follow the crop in its buffer.
+    const int searched = n > 1 ? std::min(n - 1, kMaxSearchedFrames) : 0;
+    const size_t cropBytes = (trv::cropBytes(gSearch.crop) + 63) & ~size_t{63};
+    size_t latticeBytes = 0;
+    if (!gSearch.crop.empty()) {
+        const Lattice shape(gSearch.crop, searchRange(W, H), int32_t{1} << coarseLevel(W, H));
+        latticeBytes = (shape.bytes() + 63) & ~size_t{63};
+    }
+    gMEInput = trv::scratchBuffer(trv::ScratchUse::LumaCrop, cropBytes + latticeBytes * searched);
     gMEBaseInput = base;
     if (planar) {
         fillBaseImg_YV16();
     } else {
         fillBaseImg_YUV422();
     }
-    if (n > 1) {
-        // The per-frame tables hold five frames; a longer burst searches its first five.
-        const int searched = std::min(n - 1, kMaxSearchedFrames);
+    if (searched > 0) {
         for (int i = 0; i < searched; ++i) {
             gMERef[i] = frames[i];
             gMEMV[i] = mvs[i];
         }
+        if (gMEInput != nullptr && latticeBytes > 0) gLatticeSlots = LatticeSlots{gMEInput + cropBytes, latticeBytes};
         trv::runWorkers(METhread, searched);
+        gLatticeSlots = LatticeSlots{};
     }
-    free(gMEInput);
-    gMEInput = nullptr;
+    gMEInput = nullptr;  // the buffer stays for the next burst
 }
 
 }  // namespace
@@ -256,11 +281,14 @@ void fillBaseImg_YUV422(void) { trv::runWorkers(fillImg0_YUV422, kCropThreads); 
 void* METhread(void* index) {
     const int i = *static_cast<int*>(index);
     const CropGeometry& g = gSearch.crop;
+    if (gLatticeSlots.base != nullptr && i >= 0 && i < kMaxSearchedFrames)
+        tLatticeMemory = gLatticeSlots.base + gLatticeSlots.bytesPerSlot * i;
     if (gSearch.planar) {
         xMotionEstimation_YV16(gMEInput, gMERef[i], gMEMV[i], g.W, g.H);
     } else {
         xMotionEstimation_YUV422(gMEInput, gMERef[i], gMEMV[i], g.W, g.H);
     }
+    tLatticeMemory = nullptr;
     return nullptr;
 }
 

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <utility>
 
+#include "common/arith.h"
 #include "common/log.h"
+#include "common/scratch.h"
 #include "motion/reference_swap.h"
 #include "motion/screening.h"
 #include "pipeline/driver.h"
@@ -19,13 +21,40 @@ namespace {
 
 constexpr const char* kVersionTag = "2018-2-24-Normal-BMQ";
 
-// Quarter-scale image buffer of a frame. Twice the image size and zeroed:
-// for packed formats the brightness statistics read the quarter image with
-// packed addressing, which reaches twice as far as the image itself.
-uint8_t* allocateQuarter(int32_t W, int32_t H) {
-    int32_t q = W >> 2, qh = H >> 2;
-    size_t bytes = (q > 0 && qh > 0) ? 2 * static_cast<size_t>(q) * static_cast<size_t>(qh) : 1;
-    return static_cast<uint8_t*>(calloc(bytes, 1));
+// Where the quarter-scale images of a burst lie in their buffer, which is
+// kept between calls: one slot per frame. The frame analysis writes each
+// image whole before anything reads it. Packed formats get twice the image
+// size, the second half zero: their brightness statistics read the quarter
+// image with packed addressing, which reaches twice as far as the image.
+struct QuarterLayout {
+    size_t slot = 0, image = 0;
+    int32_t frames = 0;
+    bool operator==(const QuarterLayout& o) const { return slot == o.slot && image == o.image && frames == o.frames; }
+};
+
+void placeQuarters(int32_t W, int32_t H, int32_t frames, uint8_t** quarters) {
+    static QuarterLayout previous;
+    if (frames <= 0) return;
+    const int32_t q = W >> 2, qh = H >> 2;
+    QuarterLayout now;
+    now.image = (q > 0 && qh > 0) ? static_cast<size_t>(q) * static_cast<size_t>(qh) : 0;
+    const size_t reach = isPlanarLuma(gINFormat) ? now.image : 2 * now.image;
+    now.slot = (std::max<size_t>(reach, 1) + 63) & ~size_t{63};
+    now.frames = frames;
+    uint8_t* base = scratchBuffer(ScratchUse::QuarterImages, now.slot * static_cast<size_t>(frames));
+    for (int32_t i = 0; i < frames; ++i) quarters[i] = base != nullptr ? base + now.slot * i : nullptr;
+    if (base == nullptr) return;
+    // Past each image, whatever an earlier burst of another layout wrote
+    // goes back to zero; with the same layout nothing has written there.
+    if (!(now == previous)) {
+        const size_t dirty = scratchDirtyBytes(ScratchUse::QuarterImages);
+        for (int32_t i = 0; i < frames; ++i) {
+            const size_t from = now.slot * i + now.image, to = std::min(now.slot * (i + 1), dirty);
+            if (from < to) memset(base + from, 0, to - from);
+        }
+    }
+    previous = now;
+    markScratchDirty(ScratchUse::QuarterImages, now.slot * (frames - 1) + now.image);
 }
 
 bool framesPresent(const _tag_TRV_INPUTINFO* in, int32_t frames) {
@@ -140,10 +169,10 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
     const int32_t picNum = in->picNum < 6 ? in->picNum : 6;
     gPicNum = picNum;
     uint8_t* quarters[6] = {};
+    placeQuarters(W, H, picNum, quarters);
     for (int32_t i = 0; i < picNum; ++i) {
         gErrorRatio[i] = 1000.0f;
         gImgInArr[i] = in->pics[i] != nullptr ? in->pics[i]->data : nullptr;
-        quarters[i] = allocateQuarter(W, H);
         gImgInSArr[i] = quarters[i];
     }
 
@@ -218,7 +247,6 @@ int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_
         }
     }
 
-    for (int32_t i = 0; i < picNum; ++i) free(quarters[i]);
     if (ownsOutput) free(O);
     if (param->dump && out != nullptr) writeResultDump(out->data, W, H);
     return 0;

@@ -1,4 +1,10 @@
-// Version query, default parameters and the no-op life-cycle calls.
+// Version query, default parameters and the life-cycle calls: TRV_Init does
+// nothing, TRV_Uninit gives back the working buffers the pipeline keeps
+// between bursts.
+#include <mutex>
+
+#include "common/scratch.h"
+#include "pipeline/entry_gate.h"
 #include "trv/trv.h"
 
 extern "C" {
@@ -24,6 +30,12 @@ int32_t TRV_GetDefaultParam(_tag_TRV_PARAM* p) {
 
 int32_t TRV_Init(void) { return 0; }
 
-int32_t TRV_Uninit(void) { return 0; }
+// Waits for a TRV_FuseBurst call in progress; the next burst maps its
+// buffers afresh.
+int32_t TRV_Uninit(void) {
+    const std::lock_guard<std::mutex> hold(trv::processStateLock());
+    trv::releaseScratch();
+    return 0;
+}
 
 }  // extern "C"

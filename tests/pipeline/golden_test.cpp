@@ -78,6 +78,18 @@ TEST(Golden, BurstFusionGivesTheSameBytesOnEveryCpu) {
     }
 }
 
+// The pipeline keeps its working buffers from burst to burst. A packed
+// burst reads past its quarter images, where a planar burst of the same size
+// wrote images of its own: it must still see what fresh buffers hold.
+TEST(Golden, KeptBuffersGiveTheBytesOfFreshOnes) {
+    TRV_Uninit();
+    const std::vector<uint8_t> fresh = fuse(6, 2);
+    fuse(6, 1);
+    EXPECT_EQ(fuse(6, 2), fresh);
+    TRV_Uninit();
+    EXPECT_EQ(fuse(6, 2), fresh);
+}
+
 // The stand-alone operations keep float and fixed-point recursions that are
 // easy to perturb by a last bit: pin each once.
 TEST(Golden, StandaloneOperationsGiveTheSameBytesOnEveryCpu) {
