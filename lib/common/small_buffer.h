@@ -1,6 +1,6 @@
-// A zero-filled array of 32-bit integers that lives on the stack up to a
-// fixed size and on the heap beyond it: per-tile working arrays of the band
-// threads cost no allocation in the common case.
+// A zero-filled array that lives on the stack up to a fixed size and on the
+// heap beyond it: per-tile working arrays of the band threads cost no
+// allocation in the common case.
 #pragma once
 
 #include <algorithm>
@@ -10,27 +10,30 @@
 
 namespace trv {
 
-template <size_t kInline>
-class ZeroedInts {
+template <class T, size_t kInline>
+class ZeroedArray {
 public:
-    explicit ZeroedInts(size_t count) {
+    explicit ZeroedArray(size_t count) {
         if (count > kInline) {
-            heap_.reset(new int32_t[count]());
+            heap_.reset(new T[count]());
             data_ = heap_.get();
         } else {
-            std::fill(inline_, inline_ + count, 0);
+            std::fill(inline_, inline_ + count, T{});
         }
     }
-    ZeroedInts(const ZeroedInts&) = delete;
-    ZeroedInts& operator=(const ZeroedInts&) = delete;
+    ZeroedArray(const ZeroedArray&) = delete;
+    ZeroedArray& operator=(const ZeroedArray&) = delete;
 
-    int32_t* data() { return data_; }
-    int32_t& operator[](size_t i) { return data_[i]; }
+    T* data() { return data_; }
+    T& operator[](size_t i) { return data_[i]; }
 
 private:
-    int32_t inline_[kInline];
-    std::unique_ptr<int32_t[]> heap_;
-    int32_t* data_ = inline_;
+    T inline_[kInline];
+    std::unique_ptr<T[]> heap_;
+    T* data_ = inline_;
 };
+
+template <size_t kInline>
+using ZeroedInts = ZeroedArray<int32_t, kInline>;
 
 }  // namespace trv

@@ -4,6 +4,7 @@
 // per-frame shares of disagreeing samples.
 #include "fusion/block_classify.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "common/arith.h"
@@ -90,21 +91,16 @@ struct BlockJob {
 // second run is moved back to end on its last sample and its lanes already
 // counted are masked off. A run is loaded as 16 bytes whose even bytes are
 // its luma samples (planar rows as they are, packed rows with every second
-// 16-bit word dropped), and its chroma as its 8 pairs. Differences are
-// taken on whole bytes; per sample, the even byte of luma and the sum of
-// each chroma pair go to a 16-bit lane. Activity sums saturate at 255 before
-// that; every threshold is below, so the clamp comes out as with exact sums.
+// 16-bit word dropped), and its chroma as its 8 pairs, which line up with
+// the luma bytes: the sums of a sample end in its even byte. They saturate
+// at 255; every threshold is below that, so clamps and comparisons come out
+// as with exact sums.
 constexpr int kRun = 8;
 // Each lane counts at most two hits a group; flushed before it could wrap.
-constexpr int kGroupsPerFlush = 32767;
+constexpr int kGroupsPerFlush = 127;
 
 struct Runs {
     uint8x16_t lo, hi;
-};
-
-// Samples lo and hi of a group as 16-bit lanes.
-struct Lanes {
-    uint16x8_t lo, hi;
 };
 
 template <ClassifySamples L>
@@ -127,14 +123,22 @@ inline Runs absDiff(const Runs& a, const Runs& b) { return {vabdq_u8(a.lo, b.lo)
 
 inline Runs addSaturated(const Runs& a, const Runs& b) { return {vqaddq_u8(a.lo, b.lo), vqaddq_u8(a.hi, b.hi)}; }
 
-inline Lanes evenBytes(const Runs& r) {
-    const uint16x8_t mask = vdupq_n_u16(0xFF);
-    return {vandq_u16(vreinterpretq_u16_u8(r.lo), mask), vandq_u16(vreinterpretq_u16_u8(r.hi), mask)};
+// Per sample, in its even byte: luma (the even byte) plus both bytes of its
+// chroma pair, saturated.
+inline uint8x16_t sampleSum(uint8x16_t luma, uint8x16_t pair) {
+    const uint8x16_t evenOnly = vreinterpretq_u8_u16(vdupq_n_u16(0x00FF));
+    const uint8x16_t withFirst = vqaddq_u8(vandq_u8(luma, evenOnly), pair);  // (luma + first, second)
+    return vqaddq_u8(withFirst, vreinterpretq_u8_u16(vshrq_n_u16(vreinterpretq_u16_u8(withFirst), 8)));
 }
 
-inline Lanes pairSums(const Runs& r) { return {vpaddlq_u8(r.lo), vpaddlq_u8(r.hi)}; }
+inline Runs sampleSums(const Runs& luma, const Runs& pairs) {
+    return {sampleSum(luma.lo, pairs.lo), sampleSum(luma.hi, pairs.hi)};
+}
 
-inline Lanes operator+(const Lanes& a, const Lanes& b) { return {vaddq_u16(a.lo, b.lo), vaddq_u16(a.hi, b.hi)}; }
+inline Runs evenBytesOnly(const Runs& luma) {
+    const uint8x16_t evenOnly = vreinterpretq_u8_u16(vdupq_n_u16(0x00FF));
+    return {vandq_u8(luma.lo, evenOnly), vandq_u8(luma.hi, evenOnly)};
+}
 
 // One sample row of a block as the vector path reads it: pointers at the
 // stretch's first sample (and at the same columns two rows up and down
@@ -152,14 +156,16 @@ struct RowPointers {
 template <ClassifySamples L>
 RowPointers rowPointers(const BlockJob& job, int x, int y, bool up, bool down, bool chromaDown, const int* frameX,
                         const int* frameY, int from) {
-    RowPointers p{};
+    // Set field by field: zeroing the whole record first costs more than
+    // the rest.
+    RowPointers p;
+    p.luma[0] = up ? job.ref.lumaAt<L>(x, y - 2) : nullptr;
     p.luma[1] = job.ref.lumaAt<L>(x, y);
-    if (up) p.luma[0] = job.ref.lumaAt<L>(x, y - 2);
-    if (down) p.luma[2] = job.ref.lumaAt<L>(x, y + 2);
+    p.luma[2] = down ? job.ref.lumaAt<L>(x, y + 2) : nullptr;
     if (L == ClassifySamples::LumaAndColour) {
+        p.chroma[0] = up ? job.ref.chromaAt(x, y - 2) : nullptr;
         p.chroma[1] = job.ref.chromaAt(x, y);
-        if (up) p.chroma[0] = job.ref.chromaAt(x, y - 2);
-        if (chromaDown) p.chroma[2] = job.ref.chromaAt(x, y + 2);
+        p.chroma[2] = chromaDown ? job.ref.chromaAt(x, y + 2) : nullptr;
     }
     for (int k = 0; k < job.others; ++k) {
         const int xk = frameX[k] + 2 * from;
@@ -171,19 +177,23 @@ RowPointers rowPointers(const BlockJob& job, int x, int y, bool up, bool down, b
 
 // localThreshold() of a group whose runs start `at` bytes (luma) or
 // `chromaAt` bytes into the rows, the second run `step` / `chromaStep`
-// further.
+// further: in the even bytes; the odd ones hold 255, which no sum passes.
 template <ClassifySamples L>
-Lanes localThresholds(const RowPointers& p, ptrdiff_t at, ptrdiff_t step, ptrdiff_t chromaAt, ptrdiff_t chromaStep) {
-    if (gMeanY < kDarkMeanY) return {vdupq_n_u16(kDarkThreshold), vdupq_n_u16(kDarkThreshold)};
+Runs localThresholds(const RowPointers& p, ptrdiff_t at, ptrdiff_t step, ptrdiff_t chromaAt, ptrdiff_t chromaStep) {
+    const uint8x16_t oddFull = vreinterpretq_u8_u16(vdupq_n_u16(0xFF00));
+    if (gMeanY < kDarkMeanY) {
+        const uint8x16_t dark = vorrq_u8(vreinterpretq_u8_u16(vdupq_n_u16(kDarkThreshold)), oddFull);
+        return {dark, dark};
+    }
     constexpr ptrdiff_t kSide = L == ClassifySamples::PackedLuma ? 4 : 2;  // two pixels, in bytes
     const Runs centre = lumaRuns<L>(p.luma[1] + at, step);
     Runs activity = addSaturated(absDiff(centre, lumaRuns<L>(p.luma[1] + at - kSide, step)),
                                  absDiff(centre, lumaRuns<L>(p.luma[1] + at + kSide, step)));
     if (p.luma[0] != nullptr) activity = addSaturated(activity, absDiff(centre, lumaRuns<L>(p.luma[0] + at, step)));
     if (p.luma[2] != nullptr) activity = addSaturated(activity, absDiff(centre, lumaRuns<L>(p.luma[2] + at, step)));
-    const int16x8_t lo = vdupq_n_s16(L == ClassifySamples::LumaAndColour ? 20 : 16);
-    const int16x8_t hi = vdupq_n_s16(L == ClassifySamples::LumaAndColour ? 35 : 25);
-    Lanes sum = evenBytes(activity);
+    const uint8x16_t lo = vdupq_n_u8(L == ClassifySamples::LumaAndColour ? 20 : 16);
+    const uint8x16_t hi = vdupq_n_u8(L == ClassifySamples::LumaAndColour ? 35 : 25);
+    Runs sum = evenBytesOnly(activity);
     if (L == ClassifySamples::LumaAndColour) {
         const Runs mid = chromaRuns(p.chroma[1] + chromaAt, chromaStep);
         Runs colour = addSaturated(absDiff(mid, chromaRuns(p.chroma[1] + chromaAt - 2, chromaStep)),
@@ -192,68 +202,88 @@ Lanes localThresholds(const RowPointers& p, ptrdiff_t at, ptrdiff_t step, ptrdif
             colour = addSaturated(colour, absDiff(mid, chromaRuns(p.chroma[0] + chromaAt, chromaStep)));
         if (p.chroma[2] != nullptr)
             colour = addSaturated(colour, absDiff(mid, chromaRuns(p.chroma[2] + chromaAt, chromaStep)));
-        sum = sum + pairSums(colour);
+        sum = sampleSums(activity, colour);
     }
-    auto clamp = [&](uint16x8_t v) {
-        return vreinterpretq_u16_s16(vminq_s16(vmaxq_s16(vreinterpretq_s16_u16(v), lo), hi));
-    };
+    auto clamp = [&](uint8x16_t v) { return vorrq_u8(vminq_u8(vmaxq_u8(v, lo), hi), oddFull); };
     return {clamp(sum.lo), clamp(sum.hi)};
-}
-
-inline uint32_t laneSum(uint16x8_t v) {
-    const uint64x2_t s = vpaddlq_u32(vpaddlq_u16(v));
-    return static_cast<uint32_t>(vgetq_lane_u64(s, 0) + vgetq_lane_u64(s, 1));
 }
 
 // Per-frame hit lanes of one block, flushed into its counts.
 struct Hits {
-    uint16x8_t lanes[kMaxAlignedFrames];
+    uint8x16_t lanes[kMaxAlignedFrames];
     int groups = 0;
 
     explicit Hits(int others) {
-        for (int k = 0; k < others; ++k) lanes[k] = vdupq_n_u16(0);
+        for (int k = 0; k < others; ++k) lanes[k] = vdupq_n_u8(0);
+    }
+    void add(int k, int, int, uint8x16_t lo, uint8x16_t hi) { lanes[k] = vaddq_u8(lanes[k], vaddq_u8(lo, hi)); }
+    void endGroup(const BlockJob& job) {
+        if (++groups == kGroupsPerFlush) flush(job);
     }
     void flush(const BlockJob& job) {
         for (int k = 0; k < job.others; ++k) {
-            job.counts[k] += kCountPerSample * static_cast<int32_t>(laneSum(lanes[k]));
-            lanes[k] = vdupq_n_u16(0);
+            const uint64x2_t s = vpaddlq_u32(vpaddlq_u16(vpaddlq_u8(lanes[k])));
+            job.counts[k] += kCountPerSample * static_cast<int32_t>(vgetq_lane_u64(s, 0) + vgetq_lane_u64(s, 1));
+            lanes[k] = vdupq_n_u8(0);
         }
         groups = 0;
     }
 };
 
-// Counts samples [from, to) of a sample row, at least one run of them;
-// `p` points at sample `from`.
-template <ClassifySamples L>
-void countStretch(const BlockJob& job, const RowPointers& p, int from, int to, Hits& hits) {
+// Per-frame hits of a whole row of blocks, summed per sample column into
+// the even bytes of one or two rows of column sums (two where a sample row
+// belongs to two rows of blocks).
+struct ColumnSums {
+    uint8_t* sums[2][kMaxAlignedFrames];
+    int targets;
+
+    void add(int k, int lo, int hi, uint8x16_t passLo, uint8x16_t passHi) {
+        for (int t = 0; t < targets; ++t) {
+            uint8_t* a = sums[t][k] + 2 * lo;
+            vst1q_u8(a, vaddq_u8(vld1q_u8(a), passLo));
+            uint8_t* b = sums[t][k] + 2 * hi;  // may overlap a: its overlapping lanes add 0
+            vst1q_u8(b, vaddq_u8(vld1q_u8(b), passHi));
+        }
+    }
+    void endGroup(const BlockJob&) {}
+};
+
+// 1 in the even byte of each sample whose sum passes its threshold.
+inline uint8x16_t passes(uint8x16_t sum, uint8x16_t threshold) {
+    return vminq_u8(vqsubq_u8(sum, threshold), vdupq_n_u8(1));
+}
+
+// Counts samples [from, to) of a sample row, at least one run of them,
+// into `sink`; `p` points at sample `from`.
+template <ClassifySamples L, class Sink>
+void countStretch(const BlockJob& job, const RowPointers& p, int from, int to, Sink& sink) {
     constexpr ptrdiff_t kLumaBytes = L == ClassifySamples::PackedLuma ? 2 : 1;
-    static const int16_t kLane[kRun] = {0, 1, 2, 3, 4, 5, 6, 7};
-    const int16x8_t lane = vld1q_s16(kLane);
+    // Even byte of lane l: l; odd bytes: past every lane number.
+    static const uint8_t kLane[2 * kRun] = {0, 255, 1, 255, 2, 255, 3, 255, 4, 255, 5, 255, 6, 255, 7, 255};
+    const uint8x16_t lane = vld1q_u8(kLane);
     for (int i = from; i < to;) {
         // Runs from samples lo and hi. A run that would pass the last sample
         // ends on it instead, overlapping the samples before; lanes of
-        // samples before i, or counted by the first run, are masked off. No
-        // run starts before sample `from`.
+        // samples before i, or counted by the first run, get the threshold
+        // 255 and never count. No run starts before sample `from`.
         const int lo = i + kRun <= to ? i : to - kRun;
         const int hi = lo + 2 * kRun <= to ? lo + kRun : to - kRun;
-        const Lanes fresh{vcgtq_s16(lane, vdupq_n_s16(static_cast<int16_t>(i - lo - 1))),
-                          vcgtq_s16(lane, vdupq_n_s16(static_cast<int16_t>(kRun - (hi - lo) - 1)))};
         const ptrdiff_t at = 2 * kLumaBytes * (lo - from), step = 2 * kLumaBytes * (hi - lo);
         const ptrdiff_t chromaAt = 2 * (lo - from), chromaStep = 2 * (hi - lo);
-        const Lanes threshold = localThresholds<L>(p, at, step, chromaAt, chromaStep);
+        Runs threshold = localThresholds<L>(p, at, step, chromaAt, chromaStep);
+        threshold.lo = vorrq_u8(threshold.lo, vcltq_u8(lane, vdupq_n_u8(static_cast<uint8_t>(i - lo))));
+        threshold.hi = vorrq_u8(threshold.hi, vcltq_u8(lane, vdupq_n_u8(static_cast<uint8_t>(kRun - (hi - lo)))));
         const Runs refLuma = lumaRuns<L>(p.luma[1] + at, step);
         Runs refChroma{};
         if (L == ClassifySamples::LumaAndColour) refChroma = chromaRuns(p.chroma[1] + chromaAt, chromaStep);
         for (int k = 0; k < job.others; ++k) {
-            Lanes d = evenBytes(absDiff(refLuma, lumaRuns<L>(p.frameLuma[k] + at, step)));
-            if (L == ClassifySamples::LumaAndColour)
-                d = d + pairSums(absDiff(refChroma, chromaRuns(p.frameChroma[k] + chromaAt, chromaStep)));
-            // Every term is below 2^15: signed comparisons.
-            const uint16x8_t hitLo = vandq_u16(vcgtq_s16(vreinterpretq_s16_u16(d.lo), vreinterpretq_s16_u16(threshold.lo)), fresh.lo);
-            const uint16x8_t hitHi = vandq_u16(vcgtq_s16(vreinterpretq_s16_u16(d.hi), vreinterpretq_s16_u16(threshold.hi)), fresh.hi);
-            hits.lanes[k] = vsubq_u16(vsubq_u16(hits.lanes[k], hitLo), hitHi);  // + 1 a hit
+            const Runs dLuma = absDiff(refLuma, lumaRuns<L>(p.frameLuma[k] + at, step));
+            const Runs d = L == ClassifySamples::LumaAndColour
+                               ? sampleSums(dLuma, absDiff(refChroma, chromaRuns(p.frameChroma[k] + chromaAt, chromaStep)))
+                               : evenBytesOnly(dLuma);
+            sink.add(k, lo - from, hi - from, passes(d.lo, threshold.lo), passes(d.hi, threshold.hi));
         }
-        if (++hits.groups == kGroupsPerFlush) hits.flush(job);
+        sink.endGroup(job);
         i = hi + kRun;
     }
 }
@@ -306,53 +336,190 @@ struct SampleRange {
     }
 };
 
+// The reflected columns of a block's samples, as forward runs: a block
+// reaching past an edge reads its samples there mirrored, which is again a
+// run of columns two apart, in reverse. The counts do not depend on the
+// order the samples are taken in.
+struct ColumnRun {
+    int first, count;  // columns first, first + 2, ... (count of them)
+};
+constexpr int kMaxColumnRuns = 4;
+
+// Splits the reflected columns of samples 0 .. samples - 1 into runs; false
+// when they do not fall into a few (frames narrower than a block).
+bool reflectedColumnRuns(int x0, int samples, int W, ColumnRun* runs, int* count) {
+    *count = 0;
+    int start = 0;
+    while (start < samples) {
+        const int a = reflectInto(x0 + 2 * start, W);
+        int end = start + 1;
+        int step = 0;
+        if (end < samples) step = reflectInto(x0 + 2 * end, W) - a;
+        if (step == 2 || step == -2) {
+            while (end < samples && reflectInto(x0 + 2 * end, W) - reflectInto(x0 + 2 * (end - 1), W) == step) ++end;
+        }
+        if (*count == kMaxColumnRuns) return false;
+        const int last = reflectInto(x0 + 2 * (end - 1), W);
+        runs[(*count)++] = {a < last ? a : last, end - start};
+        start = end;
+    }
+    return true;
+}
+
 // Near an edge: every coordinate is reflected and neighbours outside the
 // frame leave the activity. Along each sample row the samples that need
-// none of that (the reference and every frame read unreflected, all four
-// side neighbours inside, the loads inside the row) go through the vector
-// path; the others take the scalar rule.
+// nothing of that after the reflection of their own column (every frame read
+// unreflected, all four side neighbours inside, the loads inside the row)
+// go through the vector path; the others take the scalar rule.
 template <ClassifySamples L>
 void countBorderBlock(const BlockJob& job, int W, int H) {
     const int samples = (job.size + 8) / 2;
     const int x0 = job.bx - 3;
-    // Columns of plain samples: the left neighbour inside, the right one's
+    ColumnRun runs[kMaxColumnRuns];
+    int runCount = 0;
+    if (!reflectedColumnRuns(x0, samples, W, runs, &runCount)) runCount = 0;  // all scalar
+    // Per run, its plain samples: the left neighbour inside, the right one's
     // load ending inside the row (which also keeps the chroma pair two
     // columns right whole), every frame's sample unreflected.
-    SampleRange plain{0, samples};
-    plain.keep(x0, 2, W - 4);
-    for (int k = 0; k < job.others; ++k) plain.keep(x0, -job.mv[k]->x, W - 2 - job.mv[k]->x);
-    const bool vector = plain.to - plain.from >= kRun;
+    SampleRange plain[kMaxColumnRuns];
+    for (int r = 0; r < runCount; ++r) {
+        plain[r] = {0, runs[r].count};
+        plain[r].keep(runs[r].first, 2, W - 4);
+        for (int k = 0; k < job.others; ++k)
+            plain[r].keep(runs[r].first, -job.mv[k]->x, W - 2 - job.mv[k]->x);
+        if (plain[r].to - plain[r].from < kRun) plain[r] = {0, 0};
+    }
+    auto scalarSample = [&](int x, int y, const int* frameY) {
+        const int32_t threshold = localThreshold<L>(job.ref, x, y, neighboursInside(x, y, W, H, true, true));
+        for (int k = 0; k < job.others; ++k) {
+            const int xk = reflectInto(x + job.mv[k]->x, W);
+            if (disagreement<L>(job.ref, x, y, job.frames[k], xk, frameY[k]) > threshold)
+                job.counts[k] += kCountPerSample;
+        }
+    };
     Hits hits(job.others);
     for (int j = 0; j < samples; ++j) {
         const int y = reflectInto(job.by - 3 + 2 * j, H);
         const Neighbours rows = neighboursInside(2, y, W, H, true, true);
-        int frameX[kMaxAlignedFrames], frameY[kMaxAlignedFrames];
-        for (int k = 0; k < job.others; ++k) {
-            frameX[k] = x0 + job.mv[k]->x;
-            frameY[k] = reflectInto(y + job.mv[k]->y, H);
+        int frameY[kMaxAlignedFrames];
+        for (int k = 0; k < job.others; ++k) frameY[k] = reflectInto(y + job.mv[k]->y, H);
+        if (runCount == 0) {
+            for (int i = 0; i < samples; ++i) scalarSample(reflectInto(x0 + 2 * i, W), y, frameY);
+            continue;
         }
-        if (vector) {
-            const RowPointers p = rowPointers<L>(job, x0 + 2 * plain.from, y, rows.up, rows.down, rows.chromaDown,
-                                                 frameX, frameY, plain.from);
-            countStretch<L>(job, p, plain.from, plain.to, hits);
-        }
-        for (int i = 0; i < samples; ++i) {
-            if (vector && i >= plain.from && i < plain.to) continue;
-            const int x = reflectInto(x0 + 2 * i, W);
-            const int32_t threshold = localThreshold<L>(job.ref, x, y, neighboursInside(x, y, W, H, true, true));
-            for (int k = 0; k < job.others; ++k) {
-                const int xk = reflectInto(x + job.mv[k]->x, W);
-                if (disagreement<L>(job.ref, x, y, job.frames[k], xk, frameY[k]) > threshold)
-                    job.counts[k] += kCountPerSample;
+        for (int r = 0; r < runCount; ++r) {
+            const ColumnRun& run = runs[r];
+            const SampleRange& vector = plain[r];
+            if (vector.to > vector.from) {
+                int frameX[kMaxAlignedFrames];
+                for (int k = 0; k < job.others; ++k) frameX[k] = run.first + job.mv[k]->x;
+                const RowPointers p = rowPointers<L>(job, run.first + 2 * vector.from, y, rows.up, rows.down,
+                                                     rows.chromaDown, frameX, frameY, vector.from);
+                countStretch<L>(job, p, vector.from, vector.to, hits);
             }
+            for (int i = 0; i < run.count; ++i)
+                if (i < vector.from || i >= vector.to) scalarSample(run.first + 2 * i, y, frameY);
         }
     }
     hits.flush(job);
 }
 
+bool interiorColumn(int bx, int size, int W) { return bx > kInteriorLeftTop && bx + size + 3 < W - kInteriorRightBottom; }
+bool interiorRow(int by, int size, int H) { return by >= kInteriorLeftTop + 1 && by + size + 3 < H - kInteriorRightBottom; }
+
 bool isInteriorBlock(int bx, int by, int size, int W, int H) {
-    return bx > kInteriorLeftTop && bx + size + 3 < W - kInteriorRightBottom && by >= kInteriorLeftTop + 1 &&
-           by + size + 3 < H - kInteriorRightBottom;
+    return interiorColumn(bx, size, W) && interiorRow(by, size, H);
+}
+
+// Interior blocks whose frame reads need none of the interior path's
+// clamps: every frame's sample of (x, y) is (x + mvx, y + mvy). They form a
+// rectangle of the grid, [c0, c1) x [r0, r1), empty when c1 <= c0.
+struct SharedRectangle {
+    int c0 = 0, c1 = 0, r0 = 0, r1 = 0;
+};
+
+SharedRectangle sharedRectangle(const TileGeometry& g, const BlockJob& job, int W, int H) {
+    const int S = g.block, samples = (S + 8) / 2;
+    auto columnOk = [&](int c) {
+        const int bx = g.x0 - S + c * S;
+        if (!interiorColumn(bx, S, W)) return false;
+        for (int k = 0; k < job.others; ++k) {
+            const int mvx = job.mv[k]->x;
+            if (absInt(bx + S + 3 + mvx) >= W - 1 || bx - 3 + mvx < 0 || bx - 3 + mvx > W - S - 8) return false;
+        }
+        return true;
+    };
+    auto rowOk = [&](int r) {
+        const int by = g.y0 - S + r * S;
+        if (!interiorRow(by, S, H)) return false;
+        for (int k = 0; k < job.others; ++k) {
+            const int mvy = job.mv[k]->y;
+            if (by - 3 + mvy < 0 || by - 3 + 2 * (samples - 1) + mvy > H - 2) return false;
+        }
+        return true;
+    };
+    SharedRectangle a;
+    // Sample rows of two block rows at most overlap, and a column sum holds
+    // a block's rows in a byte.
+    if (S < 8 || samples > 255) return a;
+    while (a.c0 < g.cols && !columnOk(a.c0)) ++a.c0;
+    a.c1 = a.c0;
+    while (a.c1 < g.cols && columnOk(a.c1)) ++a.c1;
+    while (a.r0 < g.rows && !rowOk(a.r0)) ++a.r0;
+    a.r1 = a.r0;
+    while (a.r1 < g.rows && rowOk(a.r1)) ++a.r1;
+    if (a.r1 <= a.r0) a.c1 = a.c0;
+    return a;
+}
+
+// The blocks of the shared rectangle: blocks next to each other share 4
+// sample columns, and block rows 4 sample rows, so each sample of the
+// rectangle is counted once, into per-column sums of each block row (two
+// where block rows overlap); each block then adds up its columns.
+template <ClassifySamples L>
+void countSharedRectangle(const TileGeometry& g, BlockJob& job, const SharedRectangle& a, int32_t* counts) {
+    const int S = g.block, half = S / 2, samples = (S + 8) / 2;
+    const int columns = (a.c1 - a.c0 - 1) * half + samples, rows = (a.r1 - a.r0 - 1) * half + samples;
+    const int x0 = g.x0 - S + a.c0 * S - 3, y0 = g.y0 - S + a.r0 * S - 3;
+    // Even bytes per sample column, and a run's worth past the last.
+    const size_t stride = 2 * static_cast<size_t>(columns) + 2 * kRun;
+    ZeroedArray<uint8_t, 8192> storage(2 * kMaxAlignedFrames * stride);
+    auto sumsOf = [&](int blockRow, int k) { return &storage[((blockRow & 1) * kMaxAlignedFrames + k) * stride]; };
+    int frameX[kMaxAlignedFrames], frameY[kMaxAlignedFrames];
+    for (int v = 0; v < rows; ++v) {
+        const int y = y0 + 2 * v;
+        for (int k = 0; k < job.others; ++k) {
+            frameX[k] = x0 + job.mv[k]->x;
+            frameY[k] = y + job.mv[k]->y;
+        }
+        // Block rows holding sample row v: the latest one, and the one
+        // before while v is among its last rows.
+        const int last = a.r0 + std::min(v / half, a.r1 - a.r0 - 1);
+        ColumnSums sink{};
+        sink.targets = 0;
+        for (int r = last; r >= a.r0 && v - (r - a.r0) * half < samples; --r) {
+            for (int k = 0; k < job.others; ++k) sink.sums[sink.targets][k] = sumsOf(r, k);
+            ++sink.targets;
+        }
+        countStretch<L>(job, rowPointers<L>(job, x0, y, true, true, true, frameX, frameY, 0), 0, columns, sink);
+        // A block row whose last sample row this was: its blocks add up
+        // their columns, and its sums are cleared for the row after next.
+        const int done = v - samples + 1;
+        if (done >= 0 && done % half == 0 && done / half < a.r1 - a.r0) {
+            const int r = a.r0 + done / half;
+            for (int c = a.c0; c < a.c1; ++c) {
+                int32_t* block = counts + (r * g.cols + c) * kMaxAlignedFrames;
+                const int first = (c - a.c0) * half;
+                for (int k = 0; k < job.others; ++k) {
+                    const uint8_t* sums = sumsOf(r, k);
+                    int32_t total = 0;
+                    for (int i = 0; i < samples; ++i) total += sums[2 * (first + i)];
+                    block[k] += kCountPerSample * total;
+                }
+            }
+            for (int k = 0; k < job.others; ++k) std::fill(sumsOf(r, k), sumsOf(r, k) + stride, 0);
+        }
+    }
 }
 
 template <ClassifySamples L>
@@ -368,8 +535,11 @@ void countWith(const TileGeometry& g, int32_t tile, int32_t* counts) {
         job.frames[k] = Frame{gMergeInput[k + 1], W};
         job.mv[k] = gMergeMV[k][tile];
     }
+    const SharedRectangle shared = sharedRectangle(g, job, W, H);
+    if (shared.c1 > shared.c0) countSharedRectangle<L>(g, job, shared, counts);
     for (int r = 0; r < g.rows; ++r) {
         for (int c = 0; c < g.cols; ++c) {
+            if (r >= shared.r0 && r < shared.r1 && c >= shared.c0 && c < shared.c1) continue;
             job.bx = g.x0 - g.block + c * g.block;
             job.by = g.y0 - g.block + r * g.block;
             job.counts = counts + (r * g.cols + c) * kMaxAlignedFrames;
