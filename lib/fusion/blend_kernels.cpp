@@ -163,8 +163,16 @@ struct LumaBlend16 {
             accumulate(s24, clampBetween(f[k], lo24, hi24));
             accumulate(s16, clampBetween(f[k], lo16, hi16));
         }
-        const uint16x8_t even = vbslq_u16(takesFramesOnly<N>(s24.even, centre.even), byFrames(s24.even), byAll(s16.even));
-        const uint16x8_t odd = vbslq_u16(takesFramesOnly<N>(s24.odd, centre.odd), byFrames(s24.odd), byAll(s16.odd));
+        const uint16x8_t evenFramesOnly = takesFramesOnly<N>(s24.even, centre.even);
+        const uint16x8_t oddFramesOnly = takesFramesOnly<N>(s24.odd, centre.odd);
+        uint16x8_t even = byAll(s16.even), odd = byAll(s16.odd);
+        // Where the frames agree with the reference, as in most of a still
+        // scene, no lane takes the frames-only mean: skip its division.
+        const uint64x2_t any = vreinterpretq_u64_u16(vorrq_u16(evenFramesOnly, oddFramesOnly));
+        if ((vgetq_lane_u64(any, 0) | vgetq_lane_u64(any, 1)) != 0) {
+            even = vbslq_u16(evenFramesOnly, byFrames(s24.even), even);
+            odd = vbslq_u16(oddFramesOnly, byFrames(s24.odd), odd);
+        }
         return narrowed(even, odd);
     }
 };
