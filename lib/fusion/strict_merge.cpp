@@ -7,88 +7,26 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "fusion/strict_merge.h"
+
 #include "common/arith.h"
 #include "fusion/blend_rules.h"
 #include "fusion/merge_geometry.h"
+#include "fusion/strict_layouts.h"
+#include "fusion/strict_merge_lanes.h"
 #include "trv/stages.h"
 
 namespace {
 
 using trv::absInt;
 using trv::clampInt;
+using namespace trv::strict;
 
 // Largest luma difference a frame may contribute at all, and the chroma one.
 constexpr int kLumaOutlier = 32;
 constexpr int kChromaAgreement = 8;
 // Feather weights at or below this mean "no blending".
 constexpr float kNoBlend = 0.001f;
-
-// ---- Byte addressing of each layout ----
-// Offsets are from the frame's first byte. The reference quad's x is even;
-// an aligned frame's x may be odd.
-
-struct Nv21Layout {
-    static constexpr int kLumaBytes = 1;
-    static constexpr bool kPairedChroma = true;   // both samples in one pair
-    static constexpr bool kHalfHeightChroma = true;
-    static size_t chroma(int x, int y) { return Y_SIZE + static_cast<size_t>(gW) * (y / 2) + x; }
-    static size_t second() { return 1; }
-    static size_t frameChroma(int x, int y, const int*, int) { return chroma(x & ~1, y); }
-};
-
-struct Nv16Layout {
-    static constexpr int kLumaBytes = 1;
-    static constexpr bool kPairedChroma = true;
-    static constexpr bool kHalfHeightChroma = false;
-    static size_t chroma(int x, int y) { return Y_SIZE + static_cast<size_t>(gW) * y + x; }
-    static size_t second() { return 1; }
-    static size_t frameChroma(int x, int y, const int*, int) { return chroma(x & ~1, y); }
-};
-
-struct Yv16Layout {
-    static constexpr int kLumaBytes = 1;
-    static constexpr bool kPairedChroma = false;
-    static constexpr bool kHalfHeightChroma = false;
-    static size_t chroma(int x, int y) { return Y_SIZE + (static_cast<size_t>(x) + static_cast<size_t>(gW) * y) / 2; }
-    static size_t second() { return static_cast<size_t>(Y_SIZE_HALF); }
-    static size_t frameChroma(int x, int y, const int*, int) { return chroma(x, y); }
-};
-
-// Packed Y0 U Y1 V. The reference's U and V follow its luma byte; a frame
-// pixel on an odd column finds them one byte before (parity -1).
-struct Yuv422Layout {
-    static constexpr int kLumaBytes = 2;
-    static constexpr bool kPairedChroma = true;
-    static constexpr bool kHalfHeightChroma = false;
-    static size_t chroma(int x, int y) { return 2 * (static_cast<size_t>(x) + static_cast<size_t>(gW) * y) + 1; }
-    static size_t second() { return 2; }
-    static size_t frameChroma(int x, int y, const int* parity, int k) {
-        // A last-resort clamp on tiny frames can leave an even column with
-        // parity -1; the pair is then taken from the column's own group.
-        const int64_t luma = 2 * (static_cast<int64_t>(x) + static_cast<int64_t>(gW) * y);
-        const int64_t first = luma + parity[k];
-        return static_cast<size_t>(first < 0 ? luma + 1 : first);
-    }
-};
-
-// Output: the fused 4:2:0 frame, or (for the unused packed variant) one
-// packed 4:2:2 frame of 2 W H bytes with the chroma of the quad's top row.
-struct SemiPlanarOut {
-    static size_t luma(int x, int y) { return static_cast<size_t>(x) + static_cast<size_t>(gW) * y; }
-    static size_t chroma(int x, int y) { return Y_SIZE + static_cast<size_t>(gW) * (y / 2) + x; }
-    static size_t second() { return 1; }
-};
-
-struct PackedOut {
-    static size_t luma(int x, int y) { return 2 * (static_cast<size_t>(x) + static_cast<size_t>(gW) * y); }
-    static size_t chroma(int x, int y) { return luma(x, y) + 1; }
-    static size_t second() { return 2; }
-};
-
-template <class In>
-int lumaAt(const uint8_t* frame, int x, int y) {
-    return frame[In::kLumaBytes * (static_cast<size_t>(x) + static_cast<size_t>(gW) * y)];
-}
 
 // The clip limit follows the local edge strength: 6 on flat areas, up to 16.
 template <class In>
@@ -143,6 +81,15 @@ uint8_t clipToByte(float v) {
     return static_cast<uint8_t>(v);
 }
 
+// old w + v (1 - w) + 0.5, clipped, for a weight w = k / 16: every term is
+// then a multiple of 1/16 and the double sum is exact, so integers give the
+// same byte.
+uint8_t blendedLuma(int old, int v, int k) {
+    const int t = old * k + v * (16 - k) + 8;
+    if (t <= 0) return 0;
+    return static_cast<uint8_t>(t >= 16 * 255 ? 255 : t >> 4);
+}
+
 template <class In, class Out>
 void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     const int W = gW, H = gH;
@@ -184,10 +131,12 @@ void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     const size_t outY[4] = {Out::luma(x, y), Out::luma(x + 1, y), Out::luma(x, y + 1), Out::luma(x + 1, y + 1)};
     const size_t outC[2] = {Out::chroma(x, y), Out::chroma(x, y) + Out::second()};
     if (w > kNoBlend) {
+        const int k = sixteenths(w);
         const double keep = w, take = 1.0 - keep;
         for (int i = 0; i < 4; ++i) {
             const int avg = divNUM_1[sumY[i] + 120];
-            out[outY[i]] = clipToByte(out[outY[i]] * keep + (refY[i] - avg) * take + 0.5);
+            const int v = refY[i] - avg;
+            out[outY[i]] = k >= 0 ? blendedLuma(out[outY[i]], v, k) : clipToByte(out[outY[i]] * keep + v * take + 0.5);
         }
         for (int i = 0; i < 2; ++i) {
             const int avg = divNUM_1[sumC[i] + 120];
@@ -196,8 +145,9 @@ void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     } else {
         const int lowPass = lumaLowPass<In>(ref, x, y, n, refY[0], W, H);
         for (int i = 0; i < 4; ++i) {
+            // An integer v gives v + 0.5, clipped: v itself within 0 .. 255.
             const int avg = divNUM_1[sumY[i] + 120];
-            out[outY[i]] = clipToByte(static_cast<double>(refY[i] - avg - lowPass) + 0.5);
+            out[outY[i]] = static_cast<uint8_t>(clampInt(refY[i] - avg - lowPass, 0, 255));
         }
         for (int i = 0; i < 2; ++i) {
             const int avg = divNUM_1[sumC[i] + 120];
@@ -207,7 +157,48 @@ void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     }
 }
 
+template <class In>
+void mergeRow(const trv::StrictTile& t, int y, const int* x, const float* w, int count) {
+    for (int i = 0; i < count;) {
+        if (trv::strict::mergeGroupOf8<In>(t, y, x + i, w + i, count - i)) {
+            i += trv::strict::kGroupQuads;
+            continue;
+        }
+        strictMergeQuad<In, SemiPlanarOut>(x[i], y, t.tile, t.parity, w[i]);
+        ++i;
+    }
+}
+
 }  // namespace
+
+trv::StrictTile trv::strictTile(StrictLayout layout, int tile, int* parity) {
+    StrictTile t{};
+    t.layout = layout;
+    t.tile = tile;
+    t.parity = parity;
+    t.W = gW;
+    t.H = gH;
+    t.frames = alignedFrameCount();
+    for (int k = 0; k < t.frames; ++k) {
+        t.mvx[k] = gMergeMV[k][tile]->x;
+        t.mvy[k] = gMergeMV[k][tile]->y;
+    }
+    if (layout == StrictLayout::Nv21 || layout == StrictLayout::Nv16) t.multiplier = strict::divisionMultiplier(t.frames);
+    return t;
+}
+
+void trv::strictMergeRow(const StrictTile& t, int y, const int* x, const float* w, int count) {
+    switch (t.layout) {
+        case StrictLayout::Nv21: mergeRow<Nv21Layout>(t, y, x, w, count); break;
+        case StrictLayout::Nv16: mergeRow<Nv16Layout>(t, y, x, w, count); break;
+        case StrictLayout::Yv16:
+            for (int i = 0; i < count; ++i) strictMergeQuad<Yv16Layout, SemiPlanarOut>(x[i], y, t.tile, t.parity, w[i]);
+            break;
+        case StrictLayout::Yuv422:
+            for (int i = 0; i < count; ++i) strictMergeQuad<Yuv422Layout, SemiPlanarOut>(x[i], y, t.tile, t.parity, w[i]);
+            break;
+    }
+}
 
 extern "C" {
 

@@ -9,13 +9,13 @@
 #include "fusion/blend_rules.h"
 #include "fusion/block_classify.h"
 #include "fusion/merge_geometry.h"
+#include "fusion/strict_merge.h"
 #include "trv/stages.h"
 
 namespace {
 
 using trv::TileGeometry;
 
-using StrictMerge = void (*)(int, int, float, float, int, int*, int, int, int, float);
 
 // Block maps up to this many cells (grids of frames up to a few thousand
 // rows high) stay on the stack.
@@ -31,12 +31,12 @@ float ramp(int distanceFromOuterEdge) {
     return distanceFromOuterEdge < 8 ? static_cast<float>(7 - distanceFromOuterEdge) * kFeatherStep : 0.0f;
 }
 
+// Quads handed to the strict merge at a time, from one row.
+constexpr int kRowChunk = 64;
+
 struct StrictPass {
     const TileGeometry& g;
-    int tile;
-    StrictMerge merge;
-    float tune1, tune2;
-    int* parity;
+    const trv::StrictTile& strict;
 
     // Share of the simple-fusion output kept for the quad at (x, y) around
     // the block at (bx, by): the ramp of the margin it lies in, the larger
@@ -48,14 +48,24 @@ struct StrictPass {
         return column > row ? column : row;
     }
 
+    // Row by row, left to right, as many quads at a time as a chunk holds.
     void quads(int xFrom, int xTo, int yFrom, int yTo, int bx, int by) const {
+        int xs[kRowChunk];
+        float ws[kRowChunk];
         for (int y = yFrom; y < yTo; y += 2) {
             if (y < g.y0 - kApron || y > g.y1 + kApron - 1) continue;
+            const int row = trv::reflectInto(y, gH);
+            int n = 0;
             for (int x = xFrom; x < xTo; x += 2) {
                 if (x < g.x0 - kApron || x > g.x1 + kApron - 1) continue;
-                merge(trv::reflectInto(x, gW), trv::reflectInto(y, gH), tune1, tune2, tile, parity, g.x0, g.y0,
-                      g.x1 - g.x0 + 8, weight(x, y, bx, by));
+                xs[n] = trv::reflectInto(x, gW);
+                ws[n] = weight(x, y, bx, by);
+                if (++n == kRowChunk) {
+                    trv::strictMergeRow(strict, row, xs, ws, n);
+                    n = 0;
+                }
             }
+            if (n > 0) trv::strictMergeRow(strict, row, xs, ws, n);
         }
     }
 
@@ -75,7 +85,7 @@ struct StrictPass {
     }
 };
 
-void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
+void mergeTile(int tile, trv::ClassifySamples samples, trv::StrictLayout layout) {
     // Tiles are numbered 0 .. 63; a frame without one 2 x 2 quad has
     // nothing to classify.
     if (tile < 0 || tile > 63) return;
@@ -103,8 +113,8 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
         const int others = trv::alignedFrameCount();
         int parity[trv::kMaxAlignedFrames];
         for (int k = 0; k < others; ++k) parity[k] = (gMergeMV[k][tile]->x & 1) ? -1 : 1;
-        const bool several = others >= 2;
-        const StrictPass pass{g, tile, strict, several ? 1.0f : 2.0f, several ? 3.0f : 6.0f, parity};
+        const trv::StrictTile strict = trv::strictTile(layout, tile, parity);
+        const StrictPass pass{g, strict};
         // "the tile's own blocks only (grid rows from 1 ...)": rows 1 .. BR - 2, not the bottom ring row.
         for (int r = 1; r <= g.rows - 2; ++r)
             for (int c = 1; c <= g.cols - 2; ++c)
@@ -117,12 +127,12 @@ void mergeTile(int tile, trv::ClassifySamples samples, StrictMerge strict) {
 
 extern "C" {
 
-void Merging_NV21(int tile) { mergeTile(tile, trv::ClassifySamples::LumaAndColour, strictMerge_NV21); }
+void Merging_NV21(int tile) { mergeTile(tile, trv::ClassifySamples::LumaAndColour, trv::StrictLayout::Nv21); }
 
-void Merging_NV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, strictMerge_NV16_1); }
+void Merging_NV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, trv::StrictLayout::Nv16); }
 
-void Merging_YV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, strictMerge_YV16); }
+void Merging_YV16(int tile) { mergeTile(tile, trv::ClassifySamples::PlanarLuma, trv::StrictLayout::Yv16); }
 
-void Merging_YUV422(int tile) { mergeTile(tile, trv::ClassifySamples::PackedLuma, strictMerge_YUV422); }
+void Merging_YUV422(int tile) { mergeTile(tile, trv::ClassifySamples::PackedLuma, trv::StrictLayout::Yuv422); }
 
 }  // extern "C"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "fusion/fusion_scene.h"
+#include "fusion/strict_merge.h"
 
 namespace {
 
@@ -134,6 +135,52 @@ TEST(StrictMerge, EveryLayoutMatchesThePlaneModelOnRandomBursts) {
                     modelQuad(s, m, x, y, w, expected);
                 }
             ASSERT_EQ(s.out, expected) << m.name << " with " << others << " other frames";
+        }
+    }
+}
+
+// The tile merging hands the strict merge rows of quads, which it takes
+// eight at a time where it can: the same bytes as one call per quad, in the
+// same order, for every layout, frame count and weight (sixteenths, and
+// others that keep the per-quad rule), with rows running past the frame's
+// edges (mirrored quads) and widths that leave part groups.
+TEST(StrictMerge, RowsGiveTheBytesOfOneCallPerQuad) {
+    const trv::StrictLayout layouts[] = {trv::StrictLayout::Nv21, trv::StrictLayout::Nv16, trv::StrictLayout::Nv16,
+                                         trv::StrictLayout::Yv16, trv::StrictLayout::Yuv422};
+    const float weights[] = {0.0f, 0.0f, 0.0f, 0.0625f, 0.1875f, 0.3125f, 0.4375f, 0.3f, 0.001f};
+    for (int member : {0, 1, 3, 4}) {
+        const Member& m = kMembers[member];
+        for (int others = 1; others <= 5; ++others) {
+            const int W = 62 + 6 * others, H = 30 + 2 * others;
+            Scene s = randomScene(W, H, others, 300u + others);
+            s.mvs[others - 1].x = 9 - 2 * others;  // far enough for some groups to reach an edge
+            publish(s, m);
+            gColor_offset = 0.8f;
+            const std::vector<uint8_t> before = s.out;
+            trvtest::Rng rng(others + 10u * member);
+            std::vector<std::vector<int>> xs;
+            std::vector<std::vector<float>> ws;
+            for (int y = -2; y <= H; y += 2) {
+                xs.emplace_back();
+                ws.emplace_back();
+                for (int x = -4; x <= W + 2; x += 2) {
+                    xs.back().push_back(fusiontest::reflect(x, W));
+                    ws.back().push_back(weights[rng.uniform(0, 8)]);
+                }
+            }
+            for (size_t r = 0; r < xs.size(); ++r)
+                for (size_t i = 0; i < xs[r].size(); ++i)
+                    runQuad(s, m, xs[r][i], fusiontest::reflect(-2 + 2 * static_cast<int>(r), H), ws[r][i]);
+            const std::vector<uint8_t> perQuad = s.out;
+            s.out = before;
+            gMergrOut = s.out.data();
+            int parity[5];
+            for (int k = 0; k < others; ++k) parity[k] = (s.mvs[k].x & 1) ? -1 : 1;
+            const trv::StrictTile tile = trv::strictTile(layouts[member], kTile, parity);
+            for (size_t r = 0; r < xs.size(); ++r)
+                trv::strictMergeRow(tile, fusiontest::reflect(-2 + 2 * static_cast<int>(r), H), xs[r].data(),
+                                    ws[r].data(), static_cast<int>(xs[r].size()));
+            ASSERT_EQ(s.out, perQuad) << m.name << " with " << others << " other frames";
         }
     }
 }
