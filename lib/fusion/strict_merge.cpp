@@ -157,12 +157,20 @@ void strictMergeQuad(int x, int y, int tile, const int* parity, float w) {
     }
 }
 
+// Groups of eight where they take the vector form; the last few quads of a
+// row as the tail of a group moved back over quads already merged (whose
+// bytes it leaves alone); the rest one by one. The quads keep their order.
 template <class In>
 void mergeRow(const trv::StrictTile& t, int y, const int* x, const float* w, int count) {
+    constexpr int kGroup = trv::strict::kGroupQuads;
     for (int i = 0; i < count;) {
         if (trv::strict::mergeGroupOf8<In>(t, y, x + i, w + i, count - i)) {
-            i += trv::strict::kGroupQuads;
+            i += kGroup;
             continue;
+        }
+        if (count - i < kGroup && count >= kGroup) {
+            const int start = count - kGroup;
+            if (trv::strict::mergeGroupOf8<In>(t, y, x + start, w + start, kGroup, i - start)) break;
         }
         strictMergeQuad<In, SemiPlanarOut>(x[i], y, t.tile, t.parity, w[i]);
         ++i;

@@ -114,10 +114,11 @@ inline int16x8_t chromaChannel(int16x8_t v, int16x8_t lowPass, int16x8_t old, co
     return vreinterpretq_s16_u32(vorrq_u32(e, vshlq_n_u32(o, 16)));
 }
 
-// Merges quads x[0] .. x[7] of row y when they take the vector form
-// (returns false, touching nothing, when they do not).
+// Merges quads x[skip] .. x[7] of row y when all eight take the vector form
+// (returns false, touching nothing, when they do not); the first `skip`
+// are computed too but their bytes are left as they are.
 template <class In>
-bool mergeGroupOf8(const StrictTile& t, int y, const int* x, const float* w, int remaining) {
+bool mergeGroupOf8(const StrictTile& t, int y, const int* x, const float* w, int remaining, int skip = 0) {
     if (t.multiplier == 0 || remaining < kGroupQuads) return false;
     const int W = t.W, H = t.H, x0 = x[0];
     for (int j = 1; j < kGroupQuads; ++j)
@@ -193,8 +194,12 @@ bool mergeGroupOf8(const StrictTile& t, int y, const int* x, const float* w, int
     };
     const int16x8_t o00 = luma(top.even, s00, oldTop.even), o01 = luma(top.odd, s01, oldTop.odd);
     const int16x8_t o10 = luma(bottom.even, s10, oldBottom.even), o11 = luma(bottom.odd, s11, oldBottom.odd);
-    vst1q_u8(outRow, bytesOf(o00, o01));
-    vst1q_u8(outRow + stride, bytesOf(o10, o11));
+    // Bytes of the quads from `skip` on (two per quad).
+    static const uint8_t kQuadOfByte[16] = {0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7};
+    const uint8x16_t fresh = vcgeq_u8(vld1q_u8(kQuadOfByte), vdupq_n_u8(static_cast<uint8_t>(skip)));
+    auto store = [&](uint8_t* p, uint8x16_t bytes) { vst1q_u8(p, vbslq_u8(fresh, bytes, vld1q_u8(p))); };
+    store(outRow, bytesOf(o00, o01));
+    store(outRow + stride, bytesOf(o10, o11));
 
     const float evenWeights[4] = {w[0], w[2], w[4], w[6]}, oddWeights[4] = {w[1], w[3], w[5], w[7]};
     const float32x4_t weights[2] = {vld1q_f32(evenWeights), vld1q_f32(oddWeights)};
@@ -206,7 +211,7 @@ bool mergeGroupOf8(const StrictTile& t, int y, const int* x, const float* w, int
                                           oldPair.even, weights, stillQuads, offset);
     const int16x8_t second = chromaChannel(vsubq_s16(colour.odd, dividedLanes(sSecond, t.multiplier)), secondPass,
                                            oldPair.odd, weights, stillQuads, offset);
-    vst1q_u8(outPair, bytesOf(first, second));
+    store(outPair, bytesOf(first, second));
     return true;
 }
 
