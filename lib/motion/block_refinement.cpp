@@ -69,6 +69,63 @@ double evenColumnSumNeon(const uint8_t* cur, const uint8_t* ref, int bw) {
 
 using RowSum = double (*)(const uint8_t*, const uint8_t*, int);
 
+// The vector cost of one candidate: rows 0, 2, 4, ... < bh, even columns
+// below bw, 16 columns a step as evenColumnSumNeon; the last even columns
+// that do not fill a step as one more step on the 16 bytes that end on the
+// last even column, its odd lanes and those already counted masked off (so
+// no load reaches past what the plain rule reads). Lanes are summed every
+// few rows, as late as they cannot overflow, and the early stop checked
+// then: a candidate whose partial cost passes the limit can never win, so
+// stopping a few rows later changes nothing. Sums are exact integers until
+// the one conversion at the end. Rows over 4096 columns take the plain
+// per-row loop.
+double quarterCostNeon(const uint8_t* cur, const uint8_t* ref, int W, int bw, int bh, double limit) {
+    if (bw <= 0 || bh <= 0) return 0.0;
+    const int vectorEnd = (bw - 1) & ~15, lastEven = (bw - 1) & ~1;
+    const bool tailStep = vectorEnd < bw && lastEven >= 15;
+    const int steps = vectorEnd / 16 + (tailStep ? 1 : 0);
+    if (steps > 256) {
+        double cost = 0.0;
+        for (int r = 0; r < bh; r += 2) {
+            cost += evenColumnSumNeon(rowAt(cur, W, r), rowAt(ref, W, r), bw);
+            if (cost > limit) break;
+        }
+        return cost;
+    }
+    // Each lane takes at most 255 a step.
+    const int rowsPerSum = steps > 0 ? 257 / steps : 257;
+    const int tailFrom = lastEven - 15;
+    uint16_t keepLane[8];
+    for (int j = 0; j < 8; ++j) keepLane[j] = tailFrom + 2 * j + 1 >= vectorEnd ? 0xFFFF : 0;
+    const uint16x8_t tailKeep = vld1q_u16(keepLane), evenBytes = vdupq_n_u16(0xFF);
+    uint64_t cost = 0;
+    uint16x8_t acc = vdupq_n_u16(0);
+    int rows = 0;
+    for (int r = 0; r < bh; r += 2) {
+        const uint8_t* c = rowAt(cur, W, r);
+        const uint8_t* f = rowAt(ref, W, r);
+        for (int x = 0; x < vectorEnd; x += 16) {
+            const uint8x16_t d = vabdq_u8(vld1q_u8(c + x), vld1q_u8(f + x));
+            acc = vaddq_u16(acc, vandq_u16(vreinterpretq_u16_u8(d), evenBytes));
+        }
+        if (tailStep) {
+            const uint8x16_t d = vabdq_u8(vld1q_u8(c + tailFrom), vld1q_u8(f + tailFrom));
+            acc = vaddq_u16(acc, vandq_u16(vshrq_n_u16(vreinterpretq_u16_u8(d), 8), tailKeep));
+        } else {
+            for (int x = vectorEnd; x < bw; x += 2) cost += static_cast<uint64_t>(trv::absInt(c[x] - f[x]));
+        }
+        if (++rows == rowsPerSum || r + 2 >= bh) {
+            cost += sumLanes(acc);
+            acc = vdupq_n_u16(0);
+            rows = 0;
+            if (static_cast<double>(cost) > limit) break;
+        }
+    }
+    return static_cast<double>(cost);
+}
+
+using CostFn = double (*)(const uint8_t*, const uint8_t*, int, int, int, double);
+
 // Cost over rows 0, 2, 4, ... < bh; stops as soon as a row ends above limit.
 template <RowSum rowSum>
 double quarterCost(const uint8_t* cur, const uint8_t* ref, int W, int bw, int bh, double limit) {
@@ -80,16 +137,16 @@ double quarterCost(const uint8_t* cur, const uint8_t* ref, int W, int bw, int bh
     return cost;
 }
 
-template <RowSum rowSum>
+template <CostFn quarterCost>
 void refineQuarter(const uint8_t* cur, const uint8_t* ref, const int* start, MV1* out, int W, int bw, int bh,
                    int r) {
-    double best = kCentreBias * quarterCost<rowSum>(cur, ref, W, bw, bh, kNoCost);
+    double best = kCentreBias * quarterCost(cur, ref, W, bw, bh, kNoCost);
     out->x = start[0];
     out->y = start[1];
     for (int dy = -r; dy <= r; ++dy) {
         for (int dx = -r; dx <= r; ++dx) {
             if (dx == 0 && dy == 0) continue;
-            const double cost = quarterCost<rowSum>(cur, rowAt(ref, W, dy) + dx, W, bw, bh, best);
+            const double cost = quarterCost(cur, rowAt(ref, W, dy) + dx, W, bw, bh, best);
             if (cost < best) {
                 best = cost;
                 out->x = start[0] + dx;
@@ -211,12 +268,12 @@ extern "C" {
 void RefineMVS_neon(unsigned char* cur, unsigned char* ref, int* start, MV1* out, int W, int H, int bw, int bh,
                     int r) {
     (void)H;
-    refineQuarter<evenColumnSumNeon>(cur, ref, start, out, W, bw, bh, r);
+    refineQuarter<quarterCostNeon>(cur, ref, start, out, W, bw, bh, r);
 }
 
 void RefineMVS(unsigned char* cur, unsigned char* ref, int* start, MV1* out, int W, int H, int bw, int bh, int r) {
     (void)H;
-    refineQuarter<evenColumnSumScalar>(cur, ref, start, out, W, bw, bh, r);
+    refineQuarter<quarterCost<evenColumnSumScalar>>(cur, ref, start, out, W, bw, bh, r);
 }
 
 void RefineMV_YV16_neon(unsigned char* cur, unsigned char* ref, MV1* mv, int W, int H, int bw, int bh, int r) {
