@@ -52,7 +52,8 @@ void* SobelThread(void* index) {
     return nullptr;
 }
 
-void RunCalSobel(int n) { trv::runWorkers(SobelThread, n); }
+// "with no attributes": the frame threads keep the default stacks.
+void RunCalSobel(int n) { trv::runWorkersWithoutAttributes(SobelThread, n); }
 
 float kickBlurPic(int* kept, int* ref, int* second, int n) {
     *ref = 0;

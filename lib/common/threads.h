@@ -18,4 +18,7 @@ int runWorkers(ThreadBody body, const int* args, int count);
 // Same, with slot values 0 .. count - 1.
 int runWorkers(ThreadBody body, int count);
 
+// Same, the threads created with no attributes (default stacks).
+int runWorkersWithoutAttributes(ThreadBody body, int count);
+
 }  // namespace trv
