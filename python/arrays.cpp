@@ -39,7 +39,10 @@ Shape shapeOfCode(int32_t code) {
 }
 
 ByteArray asByteArray(py::handle object, const std::string& what) {
-    const py::array array = py::array::ensure(object);
+    // numpy reads bytes, bytearray and other buffers as one string unless
+    // they come as a memoryview, which keeps their item type.
+    const bool buffer = !py::isinstance<py::array>(object) && PyObject_CheckBuffer(object.ptr());
+    const py::array array = py::array::ensure(buffer ? py::memoryview(py::reinterpret_borrow<py::object>(object)) : object);
     if (!array) throw py::type_error(what + ": expected a uint8 array, got " + typeName(object));
     if (!py::isinstance<py::array_t<uint8_t>>(array))
         throw py::type_error(what + ": expected dtype uint8, got " + std::string(py::str(array.dtype())));

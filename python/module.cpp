@@ -40,14 +40,15 @@ const char* const kFuseDoc = R"(fuse(frames, layout="nv21", report=False, size=N
 
 Fuses a burst of 1 to 6 dark, noisy frames of one scene into one clean frame.
 
-frames  sequence of uint8 arrays in capture order, all W x H pixels (W and H
-        even, at least 64), in one layout:
+frames  sequence (list, tuple, 3-D array) of uint8 arrays in capture order,
+        all W x H pixels (W and H even, at least 64), in one layout:
           "nv21"  shape (H * 3 / 2, W)  luma, then H/2 rows of V U pairs
           "nv16"  shape (2 * H, W)      luma, then H rows of U V pairs
           "yv16"  shape (2 * H, W)      luma, a V plane, a U plane (W/2 x H each)
           "yuyv"  shape (H, 2 * W)      rows of Y0 U Y1 V
-        With size=(W, H) each frame may be a flat buffer (any shape) holding
-        exactly the layout's bytes. None stands for a null frame.
+        With size=(W, H) each frame may be a flat array of any shape, or a
+        buffer (bytes, bytearray, memoryview), holding exactly the layout's
+        bytes. None stands for a null frame.
 
 Returns the fused frame as a new NV21 array of shape (H * 3 / 2, W); 4:2:2
 inputs give their even chroma rows. With report=True it returns

@@ -68,7 +68,12 @@ py::object fuse(const py::sequence& frames, const std::string& layout, bool repo
         in.pics[i] = &pics[i];
     }
     const int32_t width = views.empty() ? 0 : views[0].width, height = views.empty() ? 0 : views[0].height;
-    ByteArray fused = newFrame(Shape::Rows420, width, height);
+    // Every size the library accepts leaves frame 0 at least as many bytes as
+    // the result; a size given beyond the 32-bit range gets no result
+    // buffer, since the library refuses it before writing.
+    const size_t firstBytes = views.empty() ? 0 : views[0].bytes;
+    ByteArray fused = TRV_FuseOutputBytes(width, height) <= firstBytes ? newFrame(Shape::Rows420, width, height)
+                                                                         : ByteArray(0);
     __tag_TRV_OFFSCREEN out{0, 0, 0, writableBytes(fused)};
     _tag_TRV_PARAM param{};
     TRV_GetDefaultParam(&param);

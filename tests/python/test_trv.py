@@ -55,7 +55,7 @@ def test_fuse_gives_the_tools_bytes(layout, tmp_path):
              *(tmp_path / f"{i}.raw" for i in range(len(frames))))
     expected = np.fromfile(tmp_path / "out.nv21", np.uint8).reshape(H * 3 // 2, W)
     assert np.array_equal(trv.fuse(frames, layout), expected)
-    assert np.array_equal(trv.fuse([f.ravel() for f in frames], layout, size=(W, H)), expected)
+    assert np.array_equal(trv.fuse([f.tobytes() for f in frames], layout, size=(W, H)), expected)
 
 
 @needs_tool
@@ -97,6 +97,7 @@ def test_report_describes_the_fused_frame():
     (lambda: trv.fuse([F, F[:, :128]]), 102, "same width and height"),
     (lambda: trv.fuse([np.zeros((93, 62), np.uint8)]), 103, "at least 64 x 64"),
     (lambda: trv.fuse([F.ravel()[:6240]], size=(65, 64)), 103, "must be even"),
+    (lambda: trv.fuse([F], size=(2**40, 2**40)), 103, "31 bits"),
     (lambda: trv.tone(None), 130, "is null"),
     (lambda: trv.tone(F[:, :255]), 131, "positive and even"),
     (lambda: trv.tone(F, enhance_id=4), 132, "id must be"),
