@@ -40,7 +40,7 @@ void runFuse(const FuseOptions& o) {
                                          std::to_string(picture.height) + " differs from the first picture's " +
                                          std::to_string(firstWidth) + "x" + std::to_string(firstHeight));
             }
-            frames.push_back(yuv444ToNv21(rgbToYuv444(cropPicture(picture, width, height))));
+            frames.push_back(pictureToNv21(picture));
         }
     } else {
         if (o.format.empty() || o.size.empty()) throw std::runtime_error("raw frames need --format and --size");

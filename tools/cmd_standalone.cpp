@@ -27,7 +27,7 @@ std::vector<uint8_t> loadFrame(const OperationOptions& o, int& w, int& h) {
     RgbImage picture = readPicture(o.input);
     w = picture.width & ~1;
     h = picture.height & ~1;
-    return yuv444ToNv21(rgbToYuv444(cropPicture(picture, w, h)));
+    return pictureToNv21(picture);
 }
 
 void check(int32_t status) {

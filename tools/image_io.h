@@ -7,13 +7,9 @@
 #include <string>
 #include <vector>
 
-namespace trvtool {
+#include "yuv.h"
 
-struct RgbImage {
-    int width = 0;
-    int height = 0;
-    std::vector<uint8_t> rgb;  // rows of width * 3 bytes, R G B
-};
+namespace trvtool {
 
 // Largest picture the readers accept, checked against the size a file
 // declares before any pixel buffer is allocated.

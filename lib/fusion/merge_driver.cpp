@@ -175,8 +175,14 @@ void Merge(unsigned char** frames, unsigned char** smalls, unsigned char* out, M
     } else {
         static const int kEvenBands[4] = {0, 2, 4, 6};
         static const int kOddBands[4] = {1, 3, 5, 7};
+        // When seven tile rows already pass the last row (66, 68 or 82
+        // rows), the last band holds no rows of its own and its bottom
+        // strips, sized from whole tiles, reach up into band 5: it then
+        // runs after all the others.
+        const bool lastBandReachesUp = 7 * tileHeight > gH;
         trv::runWorkers(MergeThread, kEvenBands, 4);
-        trv::runWorkers(MergeThread, kOddBands, 4);
+        trv::runWorkers(MergeThread, kOddBands, lastBandReachesUp ? 3 : 4);
+        if (lastBandReachesUp) trv::runWorkers(MergeThread, kOddBands + 3, 1);
     }
 
     for (int j = 0; j < gNum; ++j) {

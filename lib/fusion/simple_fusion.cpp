@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "common/arith.h"
+#include "fusion/blend_copies.h"
 #include "fusion/blend_rules.h"
 #include "fusion/merge_geometry.h"
 #include "trv/stages.h"
@@ -179,23 +180,29 @@ void blendPackedInterior(const Rect& r, int b, int n, const LayoutReader& layout
     if (rows < r.h) blendReflected(layout, r.x, r.y + rows, r.w, r.h - rows, b);
 }
 
+bool insideFrame(const Rect& r) { return r.x >= 0 && r.y >= 0 && r.x + r.w <= gW && r.y + r.h <= gH; }
+
 void blendInterior(const Rect& r, int b, int n) {
     if (r.w <= 0 || r.h <= 0) return;
-    const LayoutReader layout{gINFormat};
-    // Only vectors larger than the tiles (tiny frames) reach outside from an
-    // inner tile; such a tile is blended with reflected reads instead.
-    if (!displacedInside(r, b, n)) {
-        blendReflected(layout, r.x, r.y, r.w, r.h, b);
+    // Seven tiles can already pass the frame's edge, and large vectors move
+    // an inner tile's copies out of the frames: such a rectangle is blended
+    // on copies, so that nothing outside the frames is read or written.
+    if (!insideFrame(r) || !displacedInside(r, b, n)) {
+        trv::blendThroughCopies(r.x, r.y, r.w, r.h, b, n);
         return;
     }
     if (gINFormat == 2) {
-        blendPackedInterior(r, b, n, layout);
+        blendPackedInterior(r, b, n, LayoutReader{gINFormat});
     } else {
         blendPlanarInterior(r, b, n);
     }
 }
 
-// Interior of tile b: the tile less the border margins of border tiles.
+// Interior of tile b: the tile less the border margins of border tiles. It
+// keeps the size the tile grid gives it, which blendInterior() needs for the
+// kernels' column rules: where seven tiles pass the frame's edge, tiles of
+// column (row) 6 reach past the frame and those of column (row) 7 come out
+// empty or negative; blendInterior() clips the former and skips the latter.
 Rect interiorOf(int b, int bw, int bh, const Margins& m) {
     const int row = b / 8, col = b % 8;
     Rect r{col * bw, row * bh, bw, bh};

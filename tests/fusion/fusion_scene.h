@@ -24,21 +24,8 @@ inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
     for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));
 }
 
+using trvtest::shifted;
 using trvtest::texturedPlanes;
-
-// `ref` moved by (mx, my), edge samples repeated.
-inline trvtest::Planes422 shifted(const trvtest::Planes422& ref, int mx, int my) {
-    trvtest::Planes422 p = ref;
-    const int W = ref.w, H = ref.h;
-    for (int y = 0; y < H; ++y)
-        for (int x = 0; x < W; ++x) {
-            const int sx = std::clamp(x - mx, 0, W - 1), sy = std::clamp(y - my, 0, H - 1);
-            p.y[y * W + x] = ref.y[sy * W + sx];
-            p.first[y * (W / 2) + x / 2] = ref.first[sy * (W / 2) + sx / 2];
-            p.second[y * (W / 2) + x / 2] = ref.second[sy * (W / 2) + sx / 2];
-        }
-    return p;
-}
 
 struct Frames {
     int W, H;

@@ -70,45 +70,56 @@ struct Model {
         }
     }
 
+    static int reflect(int v, int size) {
+        v = v < 0 ? -v : v;
+        return v >= size - 1 ? 2 * size - 4 - v : v;
+    }
+
+    // A read outside its plane takes the mirror image in the plane: luma by
+    // pixels, chroma (and packed pixels) by whole pairs or samples.
+    static int mirror(int v, int n) { return v >= 0 && v < n ? v : reflect(v, n); }
+    static int mirrorPair(int byte, int pairs) { return 2 * mirror(byte >> 1, pairs) + (byte & 1); }
+
+    // The rectangle as sized, by column position; pixels past the frame are
+    // not written.
     void interior(int t, int x, int y, int w, int h) {
         if (w <= 0 || h <= 0) return;
-        const int n = s.n;
+        const int n = s.n, cw = s.w / 2;
         int f[5];
         const int lumaVector = w & ~7;
-        for (int r = 0; r < h; ++r)
-            for (int c = 0; c < w; ++c) {
+        for (int r = 0; r < h && y + r < s.h; ++r)
+            for (int c = 0; c < w && x + c < s.w; ++c) {
                 for (int k = 0; k < n; ++k) {
-                    const int fx = s.format == 2 ? ((x + mv(k, t).x) & ~1) + c : x + mv(k, t).x + c;
-                    f[k] = lumaAt(k + 1, fx, y + mv(k, t).y + r);
+                    const int fy = mirror(y + mv(k, t).y + r, s.h);
+                    f[k] = s.format == 2 ? lumaAt(k + 1, mirrorPair(((x + mv(k, t).x) & ~1) + c, cw), fy)
+                                         : lumaAt(k + 1, mirror(x + mv(k, t).x + c, s.w), fy);
                 }
                 const int ref = lumaAt(0, x + c, y + r);
                 out[static_cast<size_t>(y + r) * s.w + x + c] =
                     c < lumaVector ? blendmodel::vectorLuma(ref, f, n) : blendmodel::tailLuma(ref, f, n);
             }
-        for (int r = 0; r <= ((h - 1) & ~1); r += 2)
-            for (int c = 0; c < w; ++c) {
+        for (int r = 0; r <= ((h - 1) & ~1) && y + r < s.h; r += 2)
+            for (int c = 0; c < w && x + c < s.w; ++c) {
                 int refC = 0;
                 const int chromaVector = s.format == 0 ? w & ~15 : w & ~7;
                 for (int k = 0; k <= n; ++k) {
                     const int dx = k ? mv(k - 1, t).x : 0, dy = k ? mv(k - 1, t).y : 0;
                     const int fx = k ? (x + dx) & ~1 : x, fy = y + dy;
+                    const int row = mirror(fy + r, s.h);
                     int v = 0;
                     switch (s.format) {
-                        case 0: v = frame(k)[Y() + (c & 1) * (s.w / 2) * s.h + (s.w / 2) * (fy + r) + fx / 2 + c / 2]; break;
-                        case 1: v = frame(k)[Y() + s.w * (fy + r) + fx + c]; break;
-                        case 4: v = frame(k)[Y() + s.w * (fy / 2 + r / 2) + fx + c]; break;
-                        default: v = frame(k)[2 * (fx + c + s.w * (fy + r)) + 1]; break;
+                        case 0: v = frame(k)[Y() + (c & 1) * cw * s.h + cw * row + mirror(fx / 2 + c / 2, cw)]; break;
+                        case 1: v = frame(k)[Y() + s.w * row + mirrorPair(fx + c, cw)]; break;
+                        case 4:
+                            v = frame(k)[Y() + s.w * mirror(fy / 2 + r / 2, s.h / 2) + mirrorPair(fx + c, cw)];
+                            break;
+                        default: v = frame(k)[2 * (mirrorPair(fx + c, cw) + s.w * row) + 1]; break;
                     }
                     (k ? f[k - 1] : refC) = v;
                 }
                 out[Y() + static_cast<size_t>(s.w) * (y / 2 + r / 2) + x + c] =
                     c < chromaVector ? blendmodel::vectorChroma(refC, f, n) : blendmodel::tableChroma(refC, f, n);
             }
-    }
-
-    static int reflect(int v, int size) {
-        v = v < 0 ? -v : v;
-        return v >= size - 1 ? 2 * size - 4 - v : v;
     }
 
     // Strips are sized from whole tiles, so the last column's may reach past
@@ -223,12 +234,21 @@ TEST_F(SimpleFusion, EveryLayoutMatchesTheTileModel) {
     }
     cases.push_back({1000, 16, 4, 2, 2, 11});  // tiles 126 wide, the last 1000 - 882 - R
     cases.push_back({1000, 16, 4, 2, 2, 1042});  // a bottom strip of tile 63 that reaches past the right edge
+    // Seven tiles already pass the edge (66, 68: 7 x 10; 82: 7 x 12): tile 6
+    // reaches past the frame, tile 7 is empty, and vectors move copies out.
+    for (int format : {0, 1, 2, 4}) {
+        cases.push_back({66, 68, format, 3, 5, static_cast<uint32_t>(66 + format)});
+        cases.push_back({82, 66, format, 2, 7, static_cast<uint32_t>(82 + format)});
+    }
+    cases.push_back({68, 82, 4, 5, 6, 68});
+    cases.push_back({130, 64, 0, 2, 8, 130});  // tile 6 moved out by 8 of its 16-column chroma step
     for (const Case& c : cases) {
         Scene s = makeScene(c.w, c.h, c.format, c.n, c.reach, c.seed);
         if (c.w == 1000) {  // tile 0 shifted left: a 4-column reflected margin
             s.vectors[0][0] = MV1{-3, 0, {}, 0.0};
             s.vectors[1][0] = MV1{1, 0, {}, 0.0};
         }
+        if (c.w == 130) s.vectors[0][6] = MV1{8, -3, {}, 0.0};
         auto got = fuse(s, 0xEE);
         expectSame(got, model(s, 0xEE), s);
         EXPECT_EQ(got, fuse(s, 0x11)) << c.format << " " << c.w << "x" << c.h;
@@ -258,14 +278,16 @@ TEST_F(SimpleFusion, PackedStripReadsLumaFromThePairAlignedColumn) {
     EXPECT_EQ(got[1], 120);
 }
 
-// Vectors far larger than the tiles (a tiny frame) must not read outside the
-// frames: inner tiles fall back to the reflected rule.
+// Tiles wider than a tiny frame, and vectors far larger than the tiles, must
+// not read outside the frames: such tiles are blended on mirrored copies.
 TEST_F(SimpleFusion, HugeVectorsOnTinyFramesStayInside) {
     for (int format : {0, 1, 2, 4}) {
         for (auto [w, h] : {std::pair{16, 16}, {18, 10}, {17, 13}, {2, 2}, {1, 4}}) {
-            Scene s = makeScene(w, h, format, 3, 40, static_cast<uint32_t>(w * h + format));
-            auto got = fuse(s, 0xEE);
-            EXPECT_EQ(got, fuse(s, 0xEE)) << format << " " << w << "x" << h;
+            for (int reach : {0, 40}) {
+                Scene s = makeScene(w, h, format, 3, reach, static_cast<uint32_t>(w * h + format));
+                auto got = fuse(s, 0xEE);
+                EXPECT_EQ(got, fuse(s, 0xEE)) << format << " " << w << "x" << h;
+            }
         }
     }
 }

@@ -1,5 +1,6 @@
 #include "support/layouts.h"
 
+#include <algorithm>
 #include <cstddef>
 
 #include "support/synthetic.h"
@@ -38,6 +39,19 @@ Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h) {
         p.first.insert(p.first.end(), canvas.first.begin() + at, canvas.first.begin() + at + w / 2);
         p.second.insert(p.second.end(), canvas.second.begin() + at, canvas.second.begin() + at + w / 2);
     }
+    return p;
+}
+
+Planes422 shifted(const Planes422& ref, int mx, int my) {
+    Planes422 p = ref;
+    const int W = ref.w, H = ref.h;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const int sx = std::clamp(x - mx, 0, W - 1), sy = std::clamp(y - my, 0, H - 1);
+            p.y[y * W + x] = ref.y[sy * W + sx];
+            p.first[y * (W / 2) + x / 2] = ref.first[sy * (W / 2) + sx / 2];
+            p.second[y * (W / 2) + x / 2] = ref.second[sy * (W / 2) + sx / 2];
+        }
     return p;
 }
 

@@ -25,6 +25,9 @@ Planes422 texturedPlanes(int w, int h, uint32_t seed);
 // the window's chroma pairs are the canvas's.
 Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h);
 
+// `p` moved by (mx, my) pixels, edge samples repeated.
+Planes422 shifted(const Planes422& p, int mx, int my);
+
 // The frame in input layout `code` (0, 1, 2 or 4), as a caller would pass it.
 std::vector<uint8_t> toLayout(const Planes422& p, int code);
 

@@ -1,5 +1,6 @@
-// Colour and layout conversions of the tool. RGB <-> YCbCr uses the BT.601
-// full-range matrix (as in JFIF):
+// Colour and layout conversions shared by the trv tool and the Python
+// module, so that both turn a picture into the same bytes. RGB <-> YCbCr
+// uses the BT.601 full-range matrix (as in JFIF):
 //   Y  =       0.299 R + 0.587 G + 0.114 B
 //   Cb = 128 - 0.168736 R - 0.331264 G + 0.5 B
 //   Cr = 128 + 0.5 R - 0.418688 G - 0.081312 B
@@ -10,13 +11,18 @@
 // chroma pair covers its 2 x 2 block (nearest neighbour).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "image_io.h"
-
 namespace trvtool {
+
+struct RgbImage {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> rgb;  // rows of width * 3 bytes, R G B
+};
 
 // Full-resolution luma and chroma planes.
 struct Yuv444 {
@@ -27,12 +33,21 @@ struct Yuv444 {
 
 Yuv444 rgbToYuv444(const RgbImage& image);
 std::vector<uint8_t> yuv444ToNv21(const Yuv444& planes);  // width and height even
+
+// A width x height picture (rows of width * 3 bytes, R G B) as NV21. 4:2:0
+// needs even sides, so an odd side loses its last pixel: nv21 receives
+// (width & ~1) * (height & ~1) * 3 / 2 bytes.
+void pictureToNv21(const uint8_t* rgb, int width, int height, uint8_t* nv21);
+std::vector<uint8_t> pictureToNv21(const RgbImage& picture);
+
+// An NV21 frame (width and height even) as RGB, width * height * 3 bytes.
+void nv21ToRgb(const uint8_t* nv21, int width, int height, uint8_t* rgb);
 RgbImage nv21ToRgb(const uint8_t* nv21, int width, int height);
 
 // Crops an image to its top-left part of the given size.
 RgbImage cropPicture(const RgbImage& image, int width, int height);
 
-// Raw frame layouts the tool reads, with the library's format codes.
+// Raw frame layouts, with the library's format codes.
 struct RawFormat {
     const char* name;
     int32_t code;
@@ -51,7 +66,8 @@ void checkRawFrame(const std::vector<uint8_t>& frame, const RawFormat& format, i
                    const std::string& what);
 
 // The library's 4:2:0 result keeps the input's chroma order; this turns a
-// U-first result into NV21 (V first) in place.
+// U-first width x height result into NV21 (V first) in place.
+void toNv21ChromaOrder(uint8_t* frame, int width, int height, bool uFirst);
 void toNv21ChromaOrder(std::vector<uint8_t>& frame, int width, int height, bool uFirst);
 
 }  // namespace trvtool

@@ -1,5 +1,6 @@
 #include "yuv.h"
 
+#include <algorithm>
 #include <charconv>
 #include <stdexcept>
 #include <utility>
@@ -20,30 +21,32 @@ const RawFormat kRawFormats[] = {
     {"yuyv", 2, true},   // Y0 U Y1 V
 };
 
-}  // namespace
-
-Yuv444 rgbToYuv444(const RgbImage& image) {
+// The top-left width x height pixels of rgb, whose rows are rowBytes long.
+Yuv444 rgbToYuv444(const uint8_t* rgb, size_t rowBytes, int width, int height) {
     Yuv444 p;
-    p.width = image.width;
-    p.height = image.height;
-    const size_t n = static_cast<size_t>(image.width) * image.height;
+    p.width = width;
+    p.height = height;
+    const size_t n = static_cast<size_t>(width) * height;
     p.y.resize(n);
     p.cb.resize(n);
     p.cr.resize(n);
-    for (size_t i = 0; i < n; ++i) {
-        const int32_t r = image.rgb[3 * i], g = image.rgb[3 * i + 1], b = image.rgb[3 * i + 2];
-        p.y[i] = clampByte(fixedRound(19595 * r + 38470 * g + 7471 * b));
-        p.cb[i] = clampByte(128 + fixedRound(-11059 * r - 21709 * g + 32768 * b));
-        p.cr[i] = clampByte(128 + fixedRound(32768 * r - 27439 * g - 5329 * b));
+    for (int row = 0; row < height; ++row) {
+        for (int x = 0; x < width; ++x) {
+            const uint8_t* px = rgb + row * rowBytes + static_cast<size_t>(x) * 3;
+            const int32_t r = px[0], g = px[1], b = px[2];
+            const size_t i = static_cast<size_t>(row) * width + x;
+            p.y[i] = clampByte(fixedRound(19595 * r + 38470 * g + 7471 * b));
+            p.cb[i] = clampByte(128 + fixedRound(-11059 * r - 21709 * g + 32768 * b));
+            p.cr[i] = clampByte(128 + fixedRound(32768 * r - 27439 * g - 5329 * b));
+        }
     }
     return p;
 }
 
-std::vector<uint8_t> yuv444ToNv21(const Yuv444& p) {
+void yuv444ToNv21(const Yuv444& p, uint8_t* out) {
     const int w = p.width, h = p.height;
-    std::vector<uint8_t> out(static_cast<size_t>(w) * h * 3 / 2);
-    std::copy(p.y.begin(), p.y.end(), out.begin());
-    uint8_t* chroma = out.data() + static_cast<size_t>(w) * h;
+    std::copy(p.y.begin(), p.y.end(), out);
+    uint8_t* chroma = out + static_cast<size_t>(w) * h;
     for (int y = 0; y < h; y += 2) {
         for (int x = 0; x < w; x += 2) {
             const size_t i = static_cast<size_t>(y) * w + x;
@@ -54,7 +57,43 @@ std::vector<uint8_t> yuv444ToNv21(const Yuv444& p) {
             pair[1] = static_cast<uint8_t>((u + 2) / 4);
         }
     }
+}
+
+}  // namespace
+
+Yuv444 rgbToYuv444(const RgbImage& image) {
+    return rgbToYuv444(image.rgb.data(), static_cast<size_t>(image.width) * 3, image.width, image.height);
+}
+
+std::vector<uint8_t> yuv444ToNv21(const Yuv444& p) {
+    std::vector<uint8_t> out(static_cast<size_t>(p.width) * p.height * 3 / 2);
+    yuv444ToNv21(p, out.data());
     return out;
+}
+
+void pictureToNv21(const uint8_t* rgb, int width, int height, uint8_t* nv21) {
+    yuv444ToNv21(rgbToYuv444(rgb, static_cast<size_t>(width) * 3, width & ~1, height & ~1), nv21);
+}
+
+std::vector<uint8_t> pictureToNv21(const RgbImage& picture) {
+    std::vector<uint8_t> out(static_cast<size_t>(picture.width & ~1) * (picture.height & ~1) * 3 / 2);
+    pictureToNv21(picture.rgb.data(), picture.width, picture.height, out.data());
+    return out;
+}
+
+void nv21ToRgb(const uint8_t* nv21, int width, int height, uint8_t* out) {
+    const uint8_t* chroma = nv21 + static_cast<size_t>(width) * height;
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const uint8_t* pair = chroma + static_cast<size_t>(y / 2) * width + (x & ~1);
+            const int32_t luma = nv21[static_cast<size_t>(y) * width + x];
+            const int32_t v = pair[0] - 128, u = pair[1] - 128;
+            uint8_t* rgb = out + (static_cast<size_t>(y) * width + x) * 3;
+            rgb[0] = clampByte(luma + fixedRound(91881 * v));
+            rgb[1] = clampByte(luma - fixedRound(22554 * u + 46802 * v));
+            rgb[2] = clampByte(luma + fixedRound(116130 * u));
+        }
+    }
 }
 
 RgbImage nv21ToRgb(const uint8_t* nv21, int width, int height) {
@@ -62,18 +101,7 @@ RgbImage nv21ToRgb(const uint8_t* nv21, int width, int height) {
     image.width = width;
     image.height = height;
     image.rgb.resize(static_cast<size_t>(width) * height * 3);
-    const uint8_t* chroma = nv21 + static_cast<size_t>(width) * height;
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const uint8_t* pair = chroma + static_cast<size_t>(y / 2) * width + (x & ~1);
-            const int32_t luma = nv21[static_cast<size_t>(y) * width + x];
-            const int32_t v = pair[0] - 128, u = pair[1] - 128;
-            uint8_t* rgb = &image.rgb[(static_cast<size_t>(y) * width + x) * 3];
-            rgb[0] = clampByte(luma + fixedRound(91881 * v));
-            rgb[1] = clampByte(luma - fixedRound(22554 * u + 46802 * v));
-            rgb[2] = clampByte(luma + fixedRound(116130 * u));
-        }
-    }
+    nv21ToRgb(nv21, width, height, image.rgb.data());
     return image;
 }
 
@@ -127,10 +155,15 @@ void checkRawFrame(const std::vector<uint8_t>& frame, const RawFormat& format, i
                                  std::to_string(height));
 }
 
-void toNv21ChromaOrder(std::vector<uint8_t>& frame, int width, int height, bool uFirst) {
+void toNv21ChromaOrder(uint8_t* frame, int width, int height, bool uFirst) {
     if (!uFirst) return;
-    const size_t start = static_cast<size_t>(width) * height;
-    for (size_t i = start; i + 1 < frame.size(); i += 2) std::swap(frame[i], frame[i + 1]);
+    uint8_t* chroma = frame + static_cast<size_t>(width) * height;
+    const size_t pairs = static_cast<size_t>(width) * height / 4;
+    for (size_t i = 0; i < pairs; ++i) std::swap(chroma[2 * i], chroma[2 * i + 1]);
+}
+
+void toNv21ChromaOrder(std::vector<uint8_t>& frame, int width, int height, bool uFirst) {
+    toNv21ChromaOrder(frame.data(), width, height, uFirst);
 }
 
 }  // namespace trvtool
