@@ -1,5 +1,4 @@
 // trv fuse: a burst from raw frames or pictures, fused into one frame.
-#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <stdexcept>
@@ -19,14 +18,6 @@ struct FuseOptions {
     std::string format;
     std::string size;
 };
-
-void parseSize(const std::string& text, int& width, int& height) {
-    char x = 0;
-    char rest = 0;
-    if (std::sscanf(text.c_str(), "%d%c%d%c", &width, &x, &height, &rest) != 3 || (x != 'x' && x != 'X') ||
-        width <= 0 || height <= 0)
-        throw std::runtime_error("--size must look like 1920x1080, got '" + text + "'");
-}
 
 void runFuse(const FuseOptions& o) {
     std::vector<std::vector<uint8_t>> frames;
@@ -55,13 +46,10 @@ void runFuse(const FuseOptions& o) {
         if (o.format.empty() || o.size.empty()) throw std::runtime_error("raw frames need --format and --size");
         format = findRawFormat(o.format);
         if (format == nullptr) throw std::runtime_error("unknown format '" + o.format + "' (use " + rawFormatNames() + ")");
-        parseSize(o.size, width, height);
-        const size_t expected = rawFrameBytes(*format, width, height);
+        parseFrameSize(o.size, width, height);
         for (const std::string& path : o.inputs) {
             frames.push_back(readRawFile(path));
-            if (frames.back().size() != expected)
-                throw std::runtime_error(path + ": " + std::to_string(frames.back().size()) + " bytes, expected " +
-                                         std::to_string(expected) + " for " + format->name + " " + o.size);
+            checkRawFrame(frames.back(), *format, width, height, path);
         }
     }
     FusionResult result = fuseFrames(frames, width, height, format->code);

@@ -35,15 +35,15 @@ bool isJpeg(const std::string& path) {
 
 // Refuses a declared size beyond the limit before any pixel buffer exists:
 // a few bytes of header can claim gigabytes.
-void checkDeclaredSize(uint64_t width, uint64_t height, const std::string& what) {
-    if (width == 0 || height == 0 || width * height > kMaxPicturePixels)
+void checkDeclaredSize(uint64_t width, uint64_t height, uint64_t maxPixels, const std::string& what) {
+    if (width == 0 || height == 0 || width * height > maxPixels)
         throw std::runtime_error(what + ": declared size " + std::to_string(width) + "x" + std::to_string(height) +
-                                 " is empty or beyond the limit of " + std::to_string(kMaxPicturePixels) + " pixels");
+                                 " is empty or beyond the limit of " + std::to_string(maxPixels) + " pixels");
 }
 
-RgbImage finishPngRead(png_image& png, const std::string& what) {
+RgbImage finishPngRead(png_image& png, uint64_t maxPixels, const std::string& what) {
     try {
-        checkDeclaredSize(png.width, png.height, what);
+        checkDeclaredSize(png.width, png.height, maxPixels, what);
     } catch (...) {
         png_image_free(&png);
         throw;
@@ -82,14 +82,7 @@ void onJpegMessage(j_common_ptr info, int level) {
 
 using FilePtr = std::unique_ptr<FILE, int (*)(FILE*)>;
 
-FilePtr openFile(const std::string& path, const char* mode) {
-    FilePtr file(fopen(path.c_str(), mode), fclose);
-    if (!file) throw std::runtime_error(path + ": cannot open (" + std::strerror(errno) + ")");
-    return file;
-}
-
-RgbImage readJpeg(const std::string& path) {
-    FilePtr file = openFile(path, "rb");
+RgbImage readJpeg(const uint8_t* bytes, size_t size, uint64_t maxPixels, const std::string& what) {
     jpeg_decompress_struct info{};
     JpegError error{};
     info.err = jpeg_std_error(&error.manager);
@@ -98,13 +91,13 @@ RgbImage readJpeg(const std::string& path) {
     RgbImage image;
     if (setjmp(error.escape)) {
         jpeg_destroy_decompress(&info);
-        throw std::runtime_error(path + ": cannot decode JPEG: " + error.message);
+        throw std::runtime_error(what + ": cannot decode JPEG: " + error.message);
     }
     jpeg_create_decompress(&info);
-    jpeg_stdio_src(&info, file.get());
+    jpeg_mem_src(&info, bytes, static_cast<unsigned long>(size));
     jpeg_read_header(&info, TRUE);
     try {
-        checkDeclaredSize(info.image_width, info.image_height, path);
+        checkDeclaredSize(info.image_width, info.image_height, maxPixels, what);
     } catch (...) {
         jpeg_destroy_decompress(&info);
         throw;
@@ -201,22 +194,21 @@ bool isPictureFile(const std::string& path) {
     return ext == "png" || isJpeg(path);
 }
 
-RgbImage decodePng(const uint8_t* bytes, size_t size, const std::string& what) {
+RgbImage decodePng(const uint8_t* bytes, size_t size, const std::string& what, uint64_t maxPixels) {
     png_image png{};
     png.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_memory(&png, bytes, size))
         throw std::runtime_error(what + ": not a PNG: " + png.message);
-    return finishPngRead(png, what);
+    return finishPngRead(png, maxPixels, what);
+}
+
+RgbImage decodeJpeg(const uint8_t* bytes, size_t size, const std::string& what, uint64_t maxPixels) {
+    return readJpeg(bytes, size, maxPixels, what);
 }
 
 RgbImage readPicture(const std::string& path) {
-    if (isJpeg(path)) return readJpeg(path);
-    openFile(path, "rb");  // a clear message for a missing file
-    png_image png{};
-    png.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_file(&png, path.c_str()))
-        throw std::runtime_error(path + ": not a PNG: " + png.message);
-    return finishPngRead(png, path);
+    const std::vector<uint8_t> bytes = readRawFile(path);
+    return isJpeg(path) ? decodeJpeg(bytes.data(), bytes.size(), path) : decodePng(bytes.data(), bytes.size(), path);
 }
 
 void writePicture(const std::string& path, const RgbImage& image) {

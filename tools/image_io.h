@@ -21,7 +21,12 @@ bool isPictureFile(const std::string& path);
 // PNG or JPEG by the file name's extension. A truncated or corrupt file,
 // or one that declares more than kMaxPicturePixels, is refused.
 RgbImage readPicture(const std::string& path);
-RgbImage decodePng(const uint8_t* bytes, size_t size, const std::string& what);
+// The same from bytes in memory; `what` names them in messages, maxPixels
+// lowers the limit (the fuzzers keep their allocations small with it).
+RgbImage decodePng(const uint8_t* bytes, size_t size, const std::string& what,
+                   uint64_t maxPixels = kMaxPicturePixels);
+RgbImage decodeJpeg(const uint8_t* bytes, size_t size, const std::string& what,
+                    uint64_t maxPixels = kMaxPicturePixels);
 // PNG or JPEG (quality 95) by the file name's extension. Writers replace
 // the file only when the whole new content is written: on failure an
 // existing file stays as it was.

@@ -1,6 +1,8 @@
 #include "yuv.h"
 
 #include <algorithm>
+#include <charconv>
+#include <stdexcept>
 #include <utility>
 
 namespace trvtool {
@@ -128,9 +130,29 @@ std::string rawFormatNames() {
     return names;
 }
 
-size_t rawFrameBytes(const RawFormat& format, int width, int height) {
-    const size_t pixels = static_cast<size_t>(width) * height;
+uint64_t rawFrameBytes(const RawFormat& format, int width, int height) {
+    const uint64_t pixels = static_cast<uint64_t>(width) * static_cast<uint64_t>(height);
     return format.code == 4 ? pixels * 3 / 2 : pixels * 2;
+}
+
+void parseFrameSize(const std::string& text, int& width, int& height) {
+    // from_chars, unlike scanf's %d, refuses numbers beyond int instead of
+    // leaving them undefined, and takes no sign or blank.
+    const char* end = text.data() + text.size();
+    const auto w = std::from_chars(text.data(), end, width);
+    const bool separated = w.ec == std::errc() && w.ptr != end && (*w.ptr == 'x' || *w.ptr == 'X');
+    const auto h = separated ? std::from_chars(w.ptr + 1, end, height) : std::from_chars_result{end, std::errc::invalid_argument};
+    if (h.ec != std::errc() || h.ptr != end || width <= 0 || height <= 0)
+        throw std::runtime_error("--size must look like 1920x1080, got '" + text + "'");
+}
+
+void checkRawFrame(const std::vector<uint8_t>& frame, const RawFormat& format, int width, int height,
+                   const std::string& what) {
+    const uint64_t expected = rawFrameBytes(format, width, height);
+    if (frame.size() != expected)
+        throw std::runtime_error(what + ": " + std::to_string(frame.size()) + " bytes, expected " +
+                                 std::to_string(expected) + " for " + format.name + " " + std::to_string(width) + "x" +
+                                 std::to_string(height));
 }
 
 void toNv21ChromaOrder(uint8_t* frame, int width, int height, bool uFirst) {

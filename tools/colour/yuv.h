@@ -56,7 +56,14 @@ struct RawFormat {
 // nv21 (4), nv16 (1), yv16 (0), yuyv (2); null for an unknown name.
 const RawFormat* findRawFormat(const std::string& name);
 std::string rawFormatNames();  // "nv21|nv16|yv16|yuyv"
-size_t rawFrameBytes(const RawFormat& format, int width, int height);
+uint64_t rawFrameBytes(const RawFormat& format, int width, int height);
+// "WxH" (or "WXH"): two positive decimal numbers and nothing else; throws
+// otherwise.
+void parseFrameSize(const std::string& text, int& width, int& height);
+// Refuses a raw frame that does not hold exactly rawFrameBytes; `what`
+// names it in the message.
+void checkRawFrame(const std::vector<uint8_t>& frame, const RawFormat& format, int width, int height,
+                   const std::string& what);
 
 // The library's 4:2:0 result keeps the input's chroma order; this turns a
 // U-first width x height result into NV21 (V first) in place.
