@@ -116,7 +116,8 @@ protected:
 };
 
 // The raw path and the operations give the Python module's bytes (tested
-// there); here the picture path, its log switch and the demo.
+// there); here the picture path, its log switch, the chroma order of a raw
+// U-first frame and the demo.
 TEST_F(ToolEndToEnd, FusesPicturesIntoAPicture) {
     const RgbImage odd = picture(97, 64, trvtest::randomBytes(97 * 64 * 3, 4));  // cropped to 96
     writePicture(path("a.png"), odd);
@@ -128,6 +129,11 @@ TEST_F(ToolEndToEnd, FusesPicturesIntoAPicture) {
     EXPECT_EQ(output.find("E/BMQ"), std::string::npos) << "the library's log lines only with --verbose";
     EXPECT_NE(run("fuse -o out.png a.png --verbose").second.find("E/BMQ: BMQ-Version: 2018-2-24-Normal-BMQ\n"),
               std::string::npos);
+    // A single raw yuyv frame comes back as itself in NV21: V before U.
+    const trvtest::Planes422 frame = trvtest::randomPlanes(64, 64, 11);
+    writeRawFile(path("f.yuyv"), trvtest::toLayout(frame, 2));
+    ASSERT_EQ(run("fuse --format yuyv --size 64x64 -o out.nv21 f.yuyv").first, 0);
+    EXPECT_EQ(readRawFile(path("out.nv21")), trvtest::toSemiPlanar420({64, 64, frame.y, frame.second, frame.first}));
     ASSERT_EQ(run("demo --frames 3 --out demo").first, 0);
     EXPECT_EQ(readPicture(path("demo/side_by_side.png")).width, 3 * 1024 + 2 * 8);
 }
