@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstring>
-#include <vector>
+#include <utility>
 
+#include "support/burst.h"
 #include "trv/stages.h"
-#include "trv/trv.h"
 
 extern "C" int trvCallFromC(void);
 
@@ -24,20 +23,8 @@ TEST(Abi, MotionRecordLayout) {
 }
 
 TEST(Abi, SingleFrameNV21ThroughSharedLibrary) {
-    const int W = 64, H = 48;
-    std::vector<uint8_t> frame(W * H * 3 / 2);
-    for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<uint8_t>(i * 7 + 3);
-    std::vector<uint8_t> result(frame.size(), 0);
-    __tag_TRV_OFFSCREEN pic = {0, W, H, frame.data()};
-    __tag_TRV_OFFSCREEN out = {0, 0, 0, result.data()};
-    _tag_TRV_INPUTINFO in = {};
-    in.picNum = 1;
-    in.pics[0] = &pic;
-    _tag_TRV_PARAM param = {};
-    TRV_GetDefaultParam(&param);
-    param.inputFormat = 4;
-    ASSERT_EQ(TRV_Enhancement(&in, &out, &param, nullptr), 0);
-    EXPECT_EQ(out.width, W);
-    EXPECT_EQ(out.height, H);
-    EXPECT_EQ(result, frame);
+    trvtest::Burst burst({trvtest::randomPlanes(64, 48, 3)}, 4, 0);
+    ASSERT_EQ(TRV_Enhancement(&burst.in, &burst.out, &burst.param, nullptr), 0);
+    EXPECT_EQ(std::pair(burst.out.width, burst.out.height), std::pair(64, 48));
+    EXPECT_EQ(burst.result, burst.frames[0]);
 }

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "pipeline/driver.h"
-#include "pipeline/single_frame.h"
-#include "support/layouts.h"
+#include "support/burst.h"
+#include "support/restore.h"
 #include "support/synthetic.h"
 #include "trv/stages.h"
 
@@ -45,22 +45,11 @@ trvtest::Planes422 burstFrame(int k) {
 
 // The burst's result for every input layout, delivered whatever the code.
 std::vector<uint8_t> fuse(int frames, int format) {
-    std::vector<std::vector<uint8_t>> data;
-    std::vector<__tag_TRV_OFFSCREEN> pics(static_cast<size_t>(frames));
-    _tag_TRV_INPUTINFO in{};
-    in.picNum = frames;
-    for (int k = 0; k < frames; ++k) data.push_back(trvtest::toLayout(burstFrame(k), format));
-    for (int k = 0; k < frames; ++k) {
-        pics[static_cast<size_t>(k)] = {0, kW, kH, data[static_cast<size_t>(k)].data()};
-        in.pics[k] = &pics[static_cast<size_t>(k)];
-    }
-    std::vector<uint8_t> result(trv::singleFrameOutputBytes(kW, kH), 0);
-    __tag_TRV_OFFSCREEN out{0, 0, 0, nullptr};
-    _tag_TRV_PARAM param{};
-    TRV_GetDefaultParam(&param);
-    param.inputFormat = format;
-    trv::enhanceBurst(&in, &out, &param, result.data(), nullptr);
-    return result;
+    std::vector<trvtest::Planes422> planes;
+    for (int k = 0; k < frames; ++k) planes.push_back(burstFrame(k));
+    trvtest::Burst burst(planes, format, 0);
+    trv::enhanceBurst(&burst.in, &burst.out, &burst.param, burst.result.data(), nullptr);
+    return burst.result;
 }
 
 TEST(Golden, BurstFusionGivesTheSameBytesOnEveryCpu) {
@@ -99,8 +88,7 @@ TEST(Golden, StandaloneOperationsGiveTheSameBytesOnEveryCpu) {
     gH = kH;
     gOUTFormat = 4;
 
-    uint8_t savedFloor[256];
-    std::memcpy(savedFloor, gTHTable, sizeof savedFloor);
+    const trvtest::Restore<decltype(gTHTable)> keepFloor(gTHTable);
     std::memset(gTHTable, 0, sizeof gTHTable);
 
     std::vector<uint8_t> blurred(static_cast<size_t>(kW) * kH, 0);
@@ -118,7 +106,6 @@ TEST(Golden, StandaloneOperationsGiveTheSameBytesOnEveryCpu) {
         const uint64_t expected[] = {0xc4c77beb7ce8f6f8ull, 0xbf5e2bfd6befec76ull, 0x7daac83e007c7725ull};
         EXPECT_EQ(checksum(toned), expected[id - 1]) << std::hex << "tone id " << id << " 0x" << checksum(toned);
     }
-    std::memcpy(gTHTable, savedFloor, sizeof savedFloor);
 }
 
 }  // namespace

@@ -8,34 +8,20 @@
 namespace trvtest {
 
 Planes422 randomPlanes(int w, int h, uint32_t seed) {
-    Planes422 p;
-    p.w = w;
-    p.h = h;
-    p.y = randomBytes(static_cast<size_t>(w) * h, seed);
-    p.first = randomBytes(static_cast<size_t>(w / 2) * h, seed + 1);
-    p.second = randomBytes(static_cast<size_t>(w / 2) * h, seed + 2);
-    return p;
+    auto bytes = [](int pw, int ph, uint32_t s) { return randomBytes(static_cast<size_t>(pw) * ph, s); };
+    return {w, h, bytes(w, h, seed), bytes(w / 2, h, seed + 1), bytes(w / 2, h, seed + 2)};
 }
 
 Planes422 texturedPlanes(int w, int h, uint32_t seed) {
-    Planes422 p;
-    p.w = w;
-    p.h = h;
-    p.y = texturedPlane(w, h, seed);
-    p.first = texturedPlane(w / 2, h, seed + 1);
-    p.second = texturedPlane(w / 2, h, seed + 2);
-    return p;
+    return {w, h, texturedPlane(w, h, seed), texturedPlane(w / 2, h, seed + 1), texturedPlane(w / 2, h, seed + 2)};
 }
 
 Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h) {
-    Planes422 p;
-    p.w = w;
-    p.h = h;
-    const int cw = canvas.w / 2;
-    for (int r = 0; r < h; ++r) {
-        const auto luma = canvas.y.begin() + static_cast<ptrdiff_t>(r + y0) * canvas.w + x0;
+    Planes422 p{w, h, {}, {}, {}};
+    for (int r = y0; r < y0 + h; ++r) {
+        const auto luma = canvas.y.begin() + static_cast<ptrdiff_t>(r) * canvas.w + x0;
         p.y.insert(p.y.end(), luma, luma + w);
-        const ptrdiff_t at = static_cast<ptrdiff_t>(r + y0) * cw + x0 / 2;
+        const ptrdiff_t at = static_cast<ptrdiff_t>(r) * (canvas.w / 2) + x0 / 2;
         p.first.insert(p.first.end(), canvas.first.begin() + at, canvas.first.begin() + at + w / 2);
         p.second.insert(p.second.end(), canvas.second.begin() + at, canvas.second.begin() + at + w / 2);
     }
@@ -55,50 +41,52 @@ Planes422 shifted(const Planes422& ref, int mx, int my) {
     return p;
 }
 
+std::vector<Planes422> noisyScene(int count, int w, int h, uint32_t seed, int reach) {
+    Planes422 clean = randomPlanes(w, h, seed);
+    clean.y = texturedPlane(w, h, seed);
+    std::vector<Planes422> burst;
+    Rng rng(seed * 31 + 1);
+    for (int i = 0; i < count; ++i) {
+        Planes422 p = reach > 0 && i > 0 ? shifted(clean, rng.uniform(-reach, reach), rng.uniform(-reach, reach)) : clean;
+        for (auto& v : p.y) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-6, 6), 0, 255));
+        burst.push_back(p);
+    }
+    return burst;
+}
+
+// The luma plane, then of every `step`-th row one interleaved pair (first,
+// second) per 2 pixels.
+static std::vector<uint8_t> lumaThenPairs(const Planes422& p, int step) {
+    const int cw = p.w / 2;
+    std::vector<uint8_t> out = p.y;
+    for (int r = 0; r < p.h; r += step)
+        for (int k = 0; k < cw; ++k) out.insert(out.end(), {p.first[r * cw + k], p.second[r * cw + k]});
+    return out;
+}
+
 std::vector<uint8_t> toLayout(const Planes422& p, int code) {
-    const int w = p.w, h = p.h, cw = w / 2;
+    const int w = p.w, cw = w / 2;
     std::vector<uint8_t> out;
-    switch (code) {
-        case 0:  // Y, first plane, second plane
-            out = p.y;
-            out.insert(out.end(), p.first.begin(), p.first.end());
-            out.insert(out.end(), p.second.begin(), p.second.end());
-            break;
-        case 1:  // Y, then every row's pairs
-            out = p.y;
-            for (int r = 0; r < h; ++r)
-                for (int k = 0; k < cw; ++k) {
-                    out.push_back(p.first[r * cw + k]);
-                    out.push_back(p.second[r * cw + k]);
-                }
-            break;
-        case 2:  // Y0 C0 Y1 C1
-            for (int r = 0; r < h; ++r)
-                for (int k = 0; k < cw; ++k) {
-                    out.push_back(p.y[r * w + 2 * k]);
-                    out.push_back(p.first[r * cw + k]);
-                    out.push_back(p.y[r * w + 2 * k + 1]);
-                    out.push_back(p.second[r * cw + k]);
-                }
-            break;
-        case 4:
-            out = toSemiPlanar420(p);
-            break;
-        default:
-            break;
+    if (code == 0) {  // Y, first plane, second plane
+        out = p.y;
+        out.insert(out.end(), p.first.begin(), p.first.end());
+        out.insert(out.end(), p.second.begin(), p.second.end());
+    } else if (code == 1 || code == 4) {  // the pairs of every row, or of every second row
+        out = lumaThenPairs(p, code == 1 ? 1 : 2);
+    } else if (code == 2) {  // Y0 C0 Y1 C1
+        for (int r = 0; r < p.h; ++r)
+            for (int k = 0; k < cw; ++k)
+                out.insert(out.end(), {p.y[r * w + 2 * k], p.first[r * cw + k], p.y[r * w + 2 * k + 1], p.second[r * cw + k]});
     }
     return out;
 }
 
-std::vector<uint8_t> toSemiPlanar420(const Planes422& p) {
-    const int w = p.w, h = p.h, cw = w / 2;
-    std::vector<uint8_t> out = p.y;
-    for (int r = 0; r < h; r += 2)
-        for (int k = 0; k < cw; ++k) {
-            out.push_back(p.first[r * cw + k]);
-            out.push_back(p.second[r * cw + k]);
-        }
-    return out;
+std::vector<std::vector<uint8_t>> toLayout(const std::vector<Planes422>& planes, int code) {
+    std::vector<std::vector<uint8_t>> frames;
+    for (const Planes422& p : planes) frames.push_back(toLayout(p, code));
+    return frames;
 }
+
+std::vector<uint8_t> toSemiPlanar420(const Planes422& p) { return lumaThenPairs(p, 2); }
 
 }  // namespace trvtest

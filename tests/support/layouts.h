@@ -28,8 +28,15 @@ Planes422 cropPlanes(const Planes422& canvas, int x0, int y0, int w, int h);
 // `p` moved by (mx, my) pixels, edge samples repeated.
 Planes422 shifted(const Planes422& p, int mx, int my);
 
-// The frame in input layout `code` (0, 1, 2 or 4), as a caller would pass it.
+// `count` frames of one scene (textured luma, random chroma), each with its
+// own luma noise of up to 6 levels; with a reach, every frame after the
+// first moved by up to that many pixels.
+std::vector<Planes422> noisyScene(int count, int w, int h, uint32_t seed, int reach = 0);
+
+// The frame in input layout `code` (0, 1, 2 or 4), as a caller would pass
+// it; empty for other codes. The second form converts every frame.
 std::vector<uint8_t> toLayout(const Planes422& p, int code);
+std::vector<std::vector<uint8_t>> toLayout(const std::vector<Planes422>& planes, int code);
 
 // 4:2:0 semi-planar: the luma plane, then for each even row one interleaved
 // pair (first, second) per 2 pixels.
