@@ -91,32 +91,7 @@ TEST_F(ToneEnhance, CellSizeAndTableSetFollowTheStatedInputs) {
     }
 }
 
-// Brightness of every cell from its definition: averaged luma plus the
-// largest colour difference, grey where the chroma pair is outside the frame.
-Bytes planeModel(const Bytes& frame, int W, int H, int L) {
-    const int across = (W + L - 1) / L, B = ((H / 4) / L) * L, s = L == 4 ? 2 : 4;
-    Bytes plane(across * ((H + L - 1) / L));
-    auto y = [&](int r, int c) { return static_cast<int>(frame[r * W + c]); };
-    for (int t = 0; t < 4; ++t) {
-        uint8_t* out = plane.data() + t * across * (B / L);
-        for (int br = 0, rows = t == 3 ? H - 3 * B : B; br < rows; br += L) {
-            for (int c = 0, r = t * B + br; c < W; c += L) {
-                int luma = y(r, c), u = 128, v = 128;
-                if (c + L <= W && br + L <= rows)
-                    luma = (y(r, c) + y(r, c + s) + y(r + 4, c) + y(r + 4, c + s) + 2) >> 2;
-                else if (c + L <= W)
-                    luma = (y(r, c) + y(r, c + s) + 1) >> 1;
-                if (c + 1 < W && (r >> 1) < H / 2)
-                    u = frame[W * H + (r >> 1) * W + c], v = frame[W * H + (r >> 1) * W + c + 1];
-                const int green = (C1Table[v] + C2Table[u] + 8192) >> 14;
-                *out++ = static_cast<uint8_t>(std::clamp(luma + std::max({C0Table[v], green, C3Table[u]}), 0, 255));
-            }
-        }
-    }
-    return plane;
-}
-
-TEST_F(ToneEnhance, BrightnessPlaneIsTheLargestColourOfEachCell) {
+TEST_F(ToneEnhance, BrightnessPlaneHoldsHandComputedCells) {
     auto convert = [](Bytes& frame, int W, int H, int L) {
         gW = W;
         gH = H;
@@ -127,19 +102,28 @@ TEST_F(ToneEnhance, BrightnessPlaneIsTheLargestColourOfEachCell) {
         RGBConvert();
         return plane;
     };
-    for (auto [W, H, L] : {std::array{37, 29, 4}, {64, 64, 4}, {70, 45, 8}, {3, 3, 4}, {16, 200, 8}}) {
-        Bytes frame = randomFrame(W, H, W * H);
-        EXPECT_EQ(convert(frame, W, H, L), planeModel(frame, W, H, L)) << W << " x " << H << " L " << L;
+    // Grey frames with luma 2r, plus 1 in the columns a cell samples second
+    // (L / 2 in): each cell averages 2r, 2r + 1, 2r + 8, 2r + 9 with rounding,
+    // so the cell at row r holds 2r + 5 whichever of the four workers wrote it.
+    for (auto [W, H, L] : {std::array{8, 40, 4}, {16, 72, 8}}) {
+        Bytes frame(W * H * 3 / 2, 128);
+        for (int p = 0; p < W * H; ++p) frame[p] = static_cast<uint8_t>(2 * (p / W) + (p % W % L == L / 2));
+        const Bytes plane = convert(frame, W, H, L);
+        for (size_t i = 0; i < plane.size(); ++i) {
+            const int r = L * static_cast<int>(i / (W / L));  // at L = 4 the last row's second samples are grey chroma
+            EXPECT_EQ(plane[i], r + 4 < H ? 2 * r + 5 : (4 * r + 1 + 256 + 2) >> 2) << L << " " << i;
+        }
     }
-    // Hand-computed on 8 x 6 (one whole 4-row step, then a 2-row one): grey
-    // keeps the averaged luma; V = 200 adds round(1.403 * 72) = 101 (G - Y =
-    // -51 loses); U = 20, V = 60 add (11698 * 68 + 5636 * 108 + 8192) >> 14 = 86.
+    // 8 x 6: one whole 4-row step, then a 2-row one averaging two samples.
+    // Luma 50 | 90, plus 1 in columns 2 and 6. V = 200 adds round(1.403 * 72) =
+    // 101 (G - Y = -51 loses); U = 20, V = 60 add (11698 * 68 + 5636 * 108 +
+    // 8192) >> 14 = 86 (R - Y and B - Y are negative).
     Bytes frame(8 * 6 + 8 * 3, 128);
-    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>(i % 8 < 4 ? 50 : 90);
+    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 90) + (i % 4 == 2));
     frame[48 + 5] = 200;  // pair of column 4, row 0
     frame[64] = 20;       // pair of column 0, row 4
     frame[65] = 60;
-    EXPECT_EQ(convert(frame, 8, 6, 4), (Bytes{50, 191, 136, 90}));
+    EXPECT_EQ(convert(frame, 8, 6, 4), (Bytes{51, 192, 137, 91}));
 }
 
 TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
