@@ -20,7 +20,7 @@ struct Rec {
     double meanErr;
 };
 
-// A burst of n frames around a 25 x Hs reference quarter image of 100/104
+// A burst of n frames around a Ws x Hs reference quarter image of 100/104
 // checkerboards: each 12 x 12 block deviates by exactly 2.
 struct Burst {
     int n;
@@ -31,10 +31,11 @@ struct Burst {
     MV1 records[5] = {};
     MV1* mvs[5] = {};
 
-    int Hs;
-    Burst(int n, int meanY, const std::vector<Rec>& in = {}, int Hs = 25) : n(n), quarter(25 * Hs), Hs(Hs) {
+    int Ws, Hs;
+    Burst(int n, int meanY, const std::vector<Rec>& in = {}, int Ws = 25, int Hs = 25)
+        : n(n), quarter(Ws * Hs), Ws(Ws), Hs(Hs) {
         for (int r = 0; r < Hs; ++r)
-            for (int c = 0; c < 25; ++c) quarter[r * 25 + c] = static_cast<uint8_t>((r + c) % 2 ? 104 : 100);
+            for (int c = 0; c < Ws; ++c) quarter[r * Ws + c] = static_cast<uint8_t>((r + c) % 2 ? 104 : 100);
         smalls[0] = quarter.data();
         for (int i = 0; i < 5; ++i) {
             smalls[i + 1] = &frameBytes[i + 1];
@@ -48,9 +49,9 @@ struct Burst {
         gPicNum = n;
         gMeanY = meanY;
     }
-    std::vector<int32_t> screen(int Ws = 25) {
+    std::vector<int32_t> screen() {
         std::vector<int32_t> kept(6, -1);
-        trv::screenFrames(frames, smalls, Ws, Ws == 25 ? Hs : Ws, kW, kH, mvs, n, kept.data());
+        trv::screenFrames(frames, smalls, Ws, Hs, kW, kH, mvs, n, kept.data());
         return kept;
     }
 };
@@ -103,17 +104,19 @@ TEST(FrameScreening, LimitsClampAndCompaction) {
 TEST(FrameScreening, NoiseEstimateVisitsBlocksThatStartBelowTheLastFullOne) {
     // Blocks on rows 12..23 become 0/200 checkerboards (deviation 100). With a
     // mean error of 1 they are left out (100 >= 3); with 40 they count. A
-    // block is visited when its top row is below Hs - 12: with 25 rows the
-    // row of blocks at 12 is, with 24 rows (where it would just fit) it is not.
+    // block is visited when its top row is below Hs - 12 and its left column
+    // below Ws - 12: with 25 rows the row of blocks at 12 is, with 24 rows
+    // (where it would just fit) it is not; the same for columns.
     const struct {
-        int Hs, left;
+        int Ws, Hs, left;
         double meanErr;
         float sigma;
-    } cases[] = {{25, 12, 1.0, 2.0f}, {25, 12, 40.0, 26.5f}, {25, 24, 40.0, 51.0f}, {24, 24, 40.0, 2.0f}};
+    } cases[] = {{25, 25, 12, 1.0, 2.0f}, {25, 25, 12, 40.0, 26.5f}, {25, 25, 24, 40.0, 51.0f},
+                 {25, 24, 24, 40.0, 2.0f}, {24, 25, 12, 40.0, 51.0f}};
     for (const auto& c : cases) {
-        Burst b(2, 100, {{0, 0, c.meanErr}}, c.Hs);
+        Burst b(2, 100, {{0, 0, c.meanErr}}, c.Ws, c.Hs);
         for (int r = 12; r < 24; ++r)
-            for (int col = 0; col < c.left; ++col) b.quarter[r * 25 + col] = (r + col) % 2 ? 200 : 0;
+            for (int col = 0; col < c.left; ++col) b.quarter[r * c.Ws + col] = (r + col) % 2 ? 200 : 0;
         b.screen();
         EXPECT_EQ(gEstSigma, c.sigma) << c.Hs << " " << c.meanErr;
     }
@@ -122,7 +125,8 @@ TEST(FrameScreening, NoiseEstimateVisitsBlocksThatStartBelowTheLastFullOne) {
 TEST(FrameScreening, SmallQuarterImagesCannotDropForTheirRatio) {
     // 12 x 12: no block is visited, the estimate is NaN and huge errors stay.
     Burst b(3, 100, {{0, 0, 1e6}});
-    EXPECT_EQ(b.screen(12), (std::vector<int32_t>{1, 1, 1, 1, 1, 1}));
+    b.Ws = b.Hs = 12;
+    EXPECT_EQ(b.screen(), (std::vector<int32_t>{1, 1, 1, 1, 1, 1}));
     EXPECT_TRUE(std::isnan(gEstSigma));
     EXPECT_EQ(gPicNum, 3);
 }
