@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <utility>
 #include <vector>
 
 #include "trv/stages.h"
@@ -19,13 +20,9 @@ int levelOf(int value) {
 }
 
 TEST(LumaStats, LevelThresholds) {
-    EXPECT_EQ(levelOf(118), 0);
-    EXPECT_EQ(levelOf(117), 1);
-    EXPECT_EQ(levelOf(87), 1);
-    EXPECT_EQ(levelOf(86), 2);
-    EXPECT_EQ(levelOf(19), 2);
-    EXPECT_EQ(levelOf(18), 3);
-    EXPECT_EQ(levelOf(0), 3);
+    for (auto [value, level] : {std::pair{118, 0}, {117, 1}, {87, 1}, {86, 2}, {19, 2}, {18, 3}, {0, 3}}) {
+        EXPECT_EQ(levelOf(value), level) << value;
+    }
 }
 
 TEST(LumaStats, SamplesEveryEighthPixelButDividesByWholeCells) {

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <iterator>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -87,8 +88,8 @@ TEST(BlockRefinement, MatchesModelsOnRandomBlocks) {
     } kernels[] = {{RefineMV_YV16_neon, 1, 16, true}, {RefineMV_YV16_BLK_neon, 1, 16, true},
                    {RefineMV_YV16_BLK_neon1, 1, 16, true}, {RefineMV_YV16, 1, 16, false}, {RefineMV, 2, 8, false}};
     uint32_t seed = 1;
-    for (int bw : {0, 1, 2, 15, 16, 17, 31, 32, 33, 47, 100, 129, 255}) {
-        for (int bh : {0, 1, 2, 5, 8, 9, 30}) {
+    for (int bw : {0, 1, 2, 15, 16, 17, 31, 33, 47, 129, 255}) {
+        for (int bh : {0, 1, 5, 9, 30}) {
             for (int r : {-1, 0, 1, 2, 3}) {
                 const int s = static_cast<int>(++seed);
                 BlockPair p(bw, bh, s % 5 - 2, s % 3 - 1, s % 2 ? 4 : 6, seed);
@@ -134,45 +135,35 @@ TEST(BlockRefinement, WideRowsDoNotWrapTheirLaneSums) {
     EXPECT_EQ(xy(quarter), P(4 * (1 - 2), 4 * (1 - 1)));
 }
 
-TEST(BlockRefinement, QuarterScaleBiasFavoursTheUnchangedVector) {
+TEST(BlockRefinement, BiasAndTieRules) {
     // One sample (bw = 2, bh = 1): centre |100 - 0| = 100, so best = 95. A
     // neighbour (1, 0) costing 95 does not beat it; one costing 94 does.
-    const int W = 8;
-    std::vector<uint8_t> cur(W * 8, 100), ref(W * 8, 0);
-    int start[2] = {5, -2};
+    const int W = 40;
+    std::vector<uint8_t> cur(W * 8, 100), ref(W * 8, 0), flat(W * 40, 60);
     for (auto [neighbour, wantX] : {P(5, 20), P(6, 24)}) {
+        int start[2] = {5, -2};
         ref[3 * W + 4] = static_cast<uint8_t>(neighbour);
         MV1 out{};
         RefineMVS_neon(cur.data() + 3 * W + 3, ref.data() + 3 * W + 3, start, &out, W, 8, 2, 1, 2);
         EXPECT_EQ(xy(out), P(wantX, -8));
     }
-}
-
-TEST(BlockRefinement, EmptyAndFlatBlocksFollowTheTieRules) {
     // Flat images: every candidate costs the same. The quarter stage keeps the
     // start (nothing beats 95 % of 0); the full-resolution stages take their
-    // first candidate (x0 - r, y0 - r). bh <= 0 behaves the same way.
-    const int W = 40;
-    std::vector<uint8_t> flat(W * 40, 60);
+    // first candidate (x0 - r, y0 - r). bh <= 0 behaves the same way; with a
+    // negative radius the quarter stage only scales and the others do nothing.
     uint8_t* c = flat.data() + 10 * W + 10;
-    for (int bh : {16, 0, -3}) {
+    for (auto [bh, r, wantQ, wantF] : {std::tuple{16, 2, P(12, 16), P(5, -3)}, {0, 2, P(12, 16), P(5, -3)},
+                                       {-3, 2, P(12, 16), P(5, -3)}, {16, -1, P(12, 16), P(7, -1)}}) {
         int start[2] = {3, 4};
         MV1 q{};
-        RefineMVS_neon(c, c, start, &q, W, 40, 16, bh, 2);
-        EXPECT_EQ(xy(q), P(12, 16)) << bh;
+        RefineMVS_neon(c, c, start, &q, W, 40, 16, bh, r);
+        EXPECT_EQ(xy(q), wantQ) << bh;
         for (FullRes refine : {RefineMV_YV16_neon, RefineMV_YV16, RefineMV}) {
             MV1 mv = vec(7, -1);
-            refine(c, c, &mv, W / 2, 40, 16, bh, 2);
-            EXPECT_EQ(xy(mv), P(5, -3)) << bh;
+            refine(c, c, &mv, W / 2, 40, 16, bh, r);
+            EXPECT_EQ(xy(mv), wantF) << bh << " " << r;
         }
     }
-    // A negative radius: the quarter stage only scales, the others do nothing.
-    int start[2] = {-2, 1};
-    MV1 q{}, mv = vec(9, 0);
-    RefineMVS_neon(c, c, start, &q, W, 40, 16, 16, -1);
-    RefineMV_YV16_neon(c, c, &mv, W, 40, 16, 16, -1);
-    EXPECT_EQ(xy(q), P(-8, 4));
-    EXPECT_EQ(mv.x, 9);
 }
 
 TEST(BlockRefinement, VectorLoadsStayWithinThePlainRulesReach) {

@@ -20,8 +20,8 @@ struct Rec {
     double meanErr;
 };
 
-// A burst of n frames around a 25 x 25 reference quarter image whose four
-// 12 x 12 blocks are 100/104 checkerboards: each deviates by exactly 2.
+// A burst of n frames around a Ws x Hs reference quarter image of 100/104
+// checkerboards: each 12 x 12 block deviates by exactly 2.
 struct Burst {
     int n;
     std::vector<uint8_t> quarter;
@@ -31,9 +31,11 @@ struct Burst {
     MV1 records[5] = {};
     MV1* mvs[5] = {};
 
-    Burst(int n, int meanY, const std::vector<Rec>& in = {}) : n(n), quarter(25 * 25) {
-        for (int r = 0; r < 25; ++r)
-            for (int c = 0; c < 25; ++c) quarter[r * 25 + c] = static_cast<uint8_t>((r + c) % 2 ? 104 : 100);
+    int Ws, Hs;
+    Burst(int n, int meanY, const std::vector<Rec>& in = {}, int Ws = 25, int Hs = 25)
+        : n(n), quarter(Ws * Hs), Ws(Ws), Hs(Hs) {
+        for (int r = 0; r < Hs; ++r)
+            for (int c = 0; c < Ws; ++c) quarter[r * Ws + c] = static_cast<uint8_t>((r + c) % 2 ? 104 : 100);
         smalls[0] = quarter.data();
         for (int i = 0; i < 5; ++i) {
             smalls[i + 1] = &frameBytes[i + 1];
@@ -47,9 +49,9 @@ struct Burst {
         gPicNum = n;
         gMeanY = meanY;
     }
-    std::vector<int32_t> screen(int Ws = 25) {
+    std::vector<int32_t> screen() {
         std::vector<int32_t> kept(6, -1);
-        trv::screenFrames(frames, smalls, Ws, Ws, kW, kH, mvs, n, kept.data());
+        trv::screenFrames(frames, smalls, Ws, Hs, kW, kH, mvs, n, kept.data());
         return kept;
     }
 };
@@ -99,22 +101,32 @@ TEST(FrameScreening, LimitsClampAndCompaction) {
     EXPECT_EQ(b.records[4].x, 5);
 }
 
-TEST(FrameScreening, NoiseEstimateLeavesOutStructuredBlocks) {
-    // One block becomes a 0/200 checkerboard (deviation 100). With a mean
-    // error of 1 it is left out (100 >= 3); with 40 it counts: (2 + 2 + 2 + 100) / 4.
-    for (double meanErr : {1.0, 40.0}) {
-        Burst b(2, 100, {{0, 0, meanErr}});
+TEST(FrameScreening, NoiseEstimateVisitsBlocksThatStartBelowTheLastFullOne) {
+    // Blocks on rows 12..23 become 0/200 checkerboards (deviation 100). With a
+    // mean error of 1 they are left out (100 >= 3); with 40 they count. A
+    // block is visited when its top row is below Hs - 12 and its left column
+    // below Ws - 12: with 25 rows the row of blocks at 12 is, with 24 rows
+    // (where it would just fit) it is not; the same for columns.
+    const struct {
+        int Ws, Hs, left;
+        double meanErr;
+        float sigma;
+    } cases[] = {{25, 25, 12, 1.0, 2.0f}, {25, 25, 12, 40.0, 26.5f}, {25, 25, 24, 40.0, 51.0f},
+                 {25, 24, 24, 40.0, 2.0f}, {24, 25, 12, 40.0, 51.0f}};
+    for (const auto& c : cases) {
+        Burst b(2, 100, {{0, 0, c.meanErr}}, c.Ws, c.Hs);
         for (int r = 12; r < 24; ++r)
-            for (int c = 0; c < 12; ++c) b.quarter[r * 25 + c] = static_cast<uint8_t>((r + c) % 2 ? 200 : 0);
+            for (int col = 0; col < c.left; ++col) b.quarter[r * c.Ws + col] = (r + col) % 2 ? 200 : 0;
         b.screen();
-        EXPECT_EQ(gEstSigma, meanErr == 1.0 ? 2.0f : 26.5f);
+        EXPECT_EQ(gEstSigma, c.sigma) << c.Hs << " " << c.meanErr;
     }
 }
 
 TEST(FrameScreening, SmallQuarterImagesCannotDropForTheirRatio) {
     // 12 x 12: no block is visited, the estimate is NaN and huge errors stay.
     Burst b(3, 100, {{0, 0, 1e6}});
-    EXPECT_EQ(b.screen(12), (std::vector<int32_t>{1, 1, 1, 1, 1, 1}));
+    b.Ws = b.Hs = 12;
+    EXPECT_EQ(b.screen(), (std::vector<int32_t>{1, 1, 1, 1, 1, 1}));
     EXPECT_TRUE(std::isnan(gEstSigma));
     EXPECT_EQ(gPicNum, 3);
 }

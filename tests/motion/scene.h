@@ -1,10 +1,9 @@
 // Shared motion-test helpers: frames cut from one textured scene at known
-// origins, a clamped luma reader, and the crop cost both searches use.
+// origins, and short ways to make and compare vectors.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -55,27 +54,5 @@ private:
     int W_, H_, pad_;
     std::vector<uint8_t> texture_;
 };
-
-// Luma of a frame image read with clamped coordinates.
-struct LumaView {
-    const uint8_t* image;
-    int W, H, bytes;
-    int at(int c, int r) const {
-        c = std::min(std::max(c, 0), W - 1);
-        r = std::min(std::max(r, 0), H - 1);
-        return image[(static_cast<size_t>(r) * W + c) * bytes];
-    }
-};
-
-// Sum of |ref - frame moved by (x, y)| over every step-th row and column of
-// the central crop (margins of a tenth of each side).
-inline double cropSad(const LumaView& ref, const LumaView& frame, int x, int y, int step) {
-    const int mx = ref.W / 10, my = ref.H / 10;
-    double sum = 0.0;
-    for (int r = 0; r < ref.H - 2 * my; r += step)
-        for (int c = 0; c < ref.W - 2 * mx; c += step)
-            sum += std::abs(ref.at(mx + c, my + r) - frame.at(mx + x + c, my + y + r));
-    return sum;
-}
 
 }  // namespace motiontest
