@@ -140,8 +140,8 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
             fusiontest::addNoise(b.planes[k + 1].first, rng.uniform(0, 12), seed + 20 + k);
         }
         b.publish(cs.code, 0);
-        for (int tile : {0, 27, 36, 44, 63}) {
-            gMeanY = tile % 3 ? 40 : 12;
+        for (int tile : {0, 27, 29, 36, 44, 63}) {
+            gMeanY = tile % 2 ? 40 : 12;
             const trv::TileGeometry g = trv::tileGeometry(tile, cs.W, cs.H);
             std::vector<int32_t> got(g.rows * g.cols * trv::kMaxClassifyFrames, 0);
             trv::countDisagreements(g, tile, cs.samples, got.data());

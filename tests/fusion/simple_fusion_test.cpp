@@ -18,33 +18,40 @@ std::vector<uint8_t> fuseAll(Frames& b, int code, uint8_t fill) {
     return std::vector<uint8_t>(b.out.begin(), b.out.end() - 16);
 }
 
-// Reference luma 100 / chroma 128, two other frames at 116 / 138. The
-// vector rules give 116 (|232 - 200| >= 32: the frames' mean) and 135 (404 x
-// 0.3334 + 0.5); the table rules of tails and border strips 110 (100 - 32 /
-// 3) and 134 (128 - 20 / 3). 64 x 32: tiles 8 x 4. Frame 1 moved by (3, -3):
-// strips of 4 rows on top (3 raised to even) and 4 columns on the right,
-// whose tiles keep 4 columns, all tail; by (-3, 3): bottom and left.
+// Reference luma 100 / chroma 128, two other frames at 116 / 138 (second
+// chroma sample 118). The vector rules give 116 (|232 - 200| >= 32: the
+// frames' mean), 135 (404 x 0.3334 + 0.5) and 121; the table rules of tails
+// and border strips 110 (100 - 32 / 3), 134 (128 - 20 / 3) and 122. 64 x 32:
+// tiles 8 x 4. Frame 1 moved by (3, -3): strips of 4 rows on top (3 raised
+// to even) and 4 columns on the right, whose tiles keep 4 columns, all tail;
+// by (-3, 3): bottom and left. 66 x 68: tiles 10 wide (tails of 2), the
+// seventh passes the frame edge and is blended on mirrored copies.
 TEST(SimpleFusion, FlatFramesShowWhereEachRuleApplies) {
     struct Case {
-        int mx, my, rowsFrom, rowsTo, colsFrom, colsTo;  // the table rule's rows and columns
+        int W, H, mx, my, rowsFrom, rowsTo, colsFrom, colsTo;  // the table rule's rows and columns
     };
-    for (const Case& c : {Case{3, -3, 0, 4, 56, 64}, Case{-3, 3, 28, 32, 0, 8}}) {
+    for (const Case& c : {Case{64, 32, 3, -3, 0, 4, 56, 64}, Case{64, 32, -3, 3, 28, 32, 0, 8},
+                          Case{66, 68, 3, -3, 0, 4, 62, 66}}) {
         for (int code : {0, 1, 2, 4}) {
-            Frames b(64, 32, 2);
+            Frames b(c.W, c.H, 2);
             for (int f = 1; f <= 2; ++f) {
                 std::fill(b.planes[f].y.begin(), b.planes[f].y.end(), 116);
                 std::fill(b.planes[f].first.begin(), b.planes[f].first.end(), 138);
-                std::fill(b.planes[f].second.begin(), b.planes[f].second.end(), 138);
+                std::fill(b.planes[f].second.begin(), b.planes[f].second.end(), 118);
             }
             b.mvs[0] = MV1{c.mx, c.my, {}, 0.0};
             const std::vector<uint8_t> out = fuseAll(b, code, 0xEE);
-            const int chromaVector = code == 0 ? 134 : 135;  // planar chroma vectors take 16 columns
-            for (int y = 0; y < 32; ++y)
-                for (int x = 0; x < 64; ++x) {
-                    const bool table = (y >= c.rowsFrom && y < c.rowsTo) || (x >= c.colsFrom && x < c.colsTo);
-                    ASSERT_EQ(out[y * 64 + x], table ? 110 : 116) << code << " " << c.mx << ": " << x << "," << y;
+            const int tileW = c.W == 64 ? 8 : 10;
+            for (int y = 0; y < c.H; ++y)
+                for (int x = 0; x < c.W; ++x) {
+                    const bool table = (y >= c.rowsFrom && y < c.rowsTo) || (x >= c.colsFrom && x < c.colsTo) ||
+                                       x % tileW >= 8;
+                    const auto where = testing::Message() << code << " " << c.W << " " << c.mx << ": " << x << "," << y;
+                    ASSERT_EQ(out[y * c.W + x], table ? 110 : 116) << where;
+                    // Planar chroma vectors take 16 columns: all tail here.
+                    const int chroma = table || code == 0 ? (x % 2 ? 122 : 134) : (x % 2 ? 121 : 135);
                     if (y % 2 == 0) {
-                        ASSERT_EQ(out[2048 + y / 2 * 64 + x], table ? 134 : chromaVector) << code << " " << c.mx << ": " << x << "," << y;
+                        ASSERT_EQ(out[c.W * c.H + y / 2 * c.W + x], chroma) << where;
                     }
                 }
         }
