@@ -44,6 +44,7 @@ TEST(MovingBlocks, HandWorkedMaps) {
         {"pair kept, general", 8, 9, 40, {{3, 5}, {5, 5}, {3, 4}}, {{5, 5, 1}, {3, 5, 1}}, -1},
         // Isolated marks go only with positive mean luma.
         {"isolated, bright", 14, 9, 40, {{2, 2}, {6, 10}}, {}, 0},
+        {"isolated, dim", 14, 9, 10, {{2, 2}, {6, 10}}, {}, 0},
         {"isolated, dark", 14, 9, 0, {{2, 3}, {6, 10}}, {{2, 3, 1}, {6, 10, 1}}, 2},
         {"filled by two 4-neighbours", 14, 9, 0, {{3, 4}, {3, 6}}, {{3, 5, 1}}, 3},
         {"row 1 gap, one side", 14, 9, 0, {{1, 4}, {6, 9}}, {{1, 3, 1}, {1, 5, 1}, {1, 6, 0}}, -1},
