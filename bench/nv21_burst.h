@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/synthetic.h"
+#include "trv/trv.h"
 
 namespace trvbench {
 
@@ -52,6 +53,26 @@ struct NV21Burst {
             frames.push_back(std::move(frame));
         }
         output.resize(bytes);
+    }
+};
+
+// The records of a TRV_Enhancement call on the first `frames` frames of a
+// burst, as a camera app fills them (NV21 in, the default parameters).
+struct EnhancementCall {
+    std::vector<__tag_TRV_OFFSCREEN> pics;
+    _tag_TRV_INPUTINFO in{};
+    __tag_TRV_OFFSCREEN out{};
+    _tag_TRV_PARAM param{};
+
+    EnhancementCall(NV21Burst& burst, int frames) : pics(frames) {
+        in.picNum = frames;
+        for (int i = 0; i < frames; ++i) {
+            pics[i] = {0, burst.w, burst.h, burst.frames[i].data()};
+            in.pics[i] = &pics[i];
+        }
+        out = {0, 0, 0, burst.output.data()};
+        TRV_GetDefaultParam(&param);
+        param.inputFormat = 4;
     }
 };
 

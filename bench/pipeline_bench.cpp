@@ -63,22 +63,12 @@ void BM_Enhancement(benchmark::State& state) {
     const int w = static_cast<int>(state.range(0)), h = static_cast<int>(state.range(1));
     const int frames = static_cast<int>(state.range(2));
     NV21Burst& burst = burstOf(w, h);
-    std::vector<__tag_TRV_OFFSCREEN> pics(frames);
-    _tag_TRV_INPUTINFO in{};
-    in.picNum = frames;
-    for (int i = 0; i < frames; ++i) {
-        pics[i] = {0, w, h, burst.frames[i].data()};
-        in.pics[i] = &pics[i];
-    }
-    __tag_TRV_OFFSCREEN out{0, 0, 0, burst.output.data()};
-    _tag_TRV_PARAM param{};
-    TRV_GetDefaultParam(&param);
-    param.inputFormat = 4;
+    trvbench::EnhancementCall call(burst, frames);
     const double floor = floorSeconds(burst, frames);
     double total = 0.0;
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
-        TRV_Enhancement(&in, &out, &param, nullptr);
+        TRV_Enhancement(&call.in, &call.out, &call.param, nullptr);
         total += std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     }
     setSizeCounters(state, burst, frames);
@@ -86,7 +76,7 @@ void BM_Enhancement(benchmark::State& state) {
     // How many frames the timed pipeline really fused: a case whose frames
     // were screened out would time the single-frame path instead.
     _tag_TRV_FUSE_REPORT report{};
-    TRV_FuseBurst(&in, &param, &out, burst.output.size(), &report);
+    TRV_FuseBurst(&call.in, &call.param, &call.out, burst.output.size(), &report);
     state.counters["fused"] = report.framesFused;
 }
 

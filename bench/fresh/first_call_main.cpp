@@ -54,22 +54,12 @@ int main(int argc, char** argv) {
     }
     const int w = atoi(argv[1]), h = atoi(argv[2]), frames = atoi(argv[3]), calls = atoi(argv[4]);
     trvbench::NV21Burst burst(w, h);
-    std::vector<__tag_TRV_OFFSCREEN> pics(frames);
-    _tag_TRV_INPUTINFO in{};
-    in.picNum = frames;
-    for (int i = 0; i < frames; ++i) {
-        pics[i] = {0, w, h, burst.frames[i].data()};
-        in.pics[i] = &pics[i];
-    }
-    __tag_TRV_OFFSCREEN out{0, 0, 0, burst.output.data()};
-    _tag_TRV_PARAM param{};
-    TRV_GetDefaultParam(&param);
-    param.inputFormat = 4;
+    trvbench::EnhancementCall call(burst, frames);
     for (int c = 0; c < calls; ++c) {
         resetPeak();
         const long base = statusKiB("VmRSS"), faults = minorFaults();
         const auto start = std::chrono::steady_clock::now();
-        TRV_Enhancement(&in, &out, &param, nullptr);
+        TRV_Enhancement(&call.in, &call.out, &call.param, nullptr);
         const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
         printf("call %d %.3f %ld %ld\n", c, ms, minorFaults() - faults, statusKiB("VmHWM") - base);
     }
