@@ -48,8 +48,10 @@ inline uint8_t vectorLuma(int x, const int* f, int n) {
     return vectorDivide(s16, n + 1);
 }
 
-// Scalar luma rule: truncating division, ">" instead of ">=".
-inline uint8_t tableLuma(int x, const int* f, int n) {
+// Scalar luma rule: truncating division, ">" instead of ">="; one frame
+// keeps its rounded pair mean.
+inline uint8_t tailLuma(int x, const int* f, int n) {
+    if (n == 1) return static_cast<uint8_t>((clampTo(f[0] - x, -16, 16) + 2 * x + 1) >> 1);
     int d24 = 0, d16 = 0;
     for (int k = 0; k < n; ++k) {
         const int d = clampTo(x - f[k], -24, 24);
@@ -58,11 +60,6 @@ inline uint8_t tableLuma(int x, const int* f, int n) {
     }
     if (std::abs(d24) <= 16 * n) return static_cast<uint8_t>(x - d16 / (n + 1));
     return static_cast<uint8_t>(x - d24 / n);
-}
-
-inline uint8_t tailLuma(int x, const int* f, int n) {
-    if (n == 1) return static_cast<uint8_t>((clampTo(f[0] - x, -16, 16) + 2 * x + 1) >> 1);
-    return tableLuma(x, f, n);
 }
 
 inline uint8_t vectorChroma(int c, const int* f, int n) {

@@ -13,12 +13,6 @@
 
 namespace fusiontest {
 
-// Mirror about the edge sample, landing one step inside.
-inline int reflect(int v, int n) {
-    v = std::abs(v);
-    return v >= n - 1 ? 2 * n - 4 - v : v;
-}
-
 inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
     trvtest::Rng rng(seed);
     for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));

@@ -50,10 +50,8 @@ TEST_F(FusionTables, UnreadTablesExist) {
     const int last[] = {y_weight[255], blur_weight[255], CbCr_weight[255], motion_weight[255], DIFFY[511], DIFFU[511]};
     EXPECT_EQ(std::vector<int>(first, first + 6), (std::vector<int>{0, 0, 0, 0, -24, -10}));
     EXPECT_EQ(std::vector<int>(last, last + 6), (std::vector<int>{122, 498, 249, 502, 24, 10}));
-    EXPECT_EQ(gWeight_inverse[0], 1.0f / 16.0f);
-    EXPECT_EQ(gWeight_inverse[80], 1.0f / 96.0f);
-    EXPECT_EQ(gBlurTh, 20000.0f);
-    EXPECT_EQ(gBadPixelTh, 12);
+    EXPECT_EQ((std::vector<float>{gWeight_inverse[0], gWeight_inverse[80], gBlurTh, static_cast<float>(gBadPixelTh)}),
+              (std::vector<float>{1.0f / 16.0f, 1.0f / 96.0f, 20000.0f, 12.0f}));
 }
 
 TEST(FusionVectors, QuarterScaleRoundsHalvesAwayFromZero) {
