@@ -84,9 +84,7 @@ TEST(Golden, KeptBuffersGiveTheBytesOfFreshOnes) {
 TEST(Golden, StandaloneOperationsGiveTheSameBytesOnEveryCpu) {
     const trvtest::Planes422 frame = burstFrame(0);
     std::vector<uint8_t> nv21 = trvtest::toSemiPlanar420(frame);
-    gW = kW;
-    gH = kH;
-    gOUTFormat = 4;
+    gW = kW, gH = kH, gOUTFormat = 4;
 
     const trvtest::Restore<decltype(gTHTable)> keepFloor(gTHTable);
     std::memset(gTHTable, 0, sizeof gTHTable);

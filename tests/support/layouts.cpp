@@ -8,8 +8,8 @@
 namespace trvtest {
 
 Planes422 randomPlanes(int w, int h, uint32_t seed) {
-    auto bytes = [](int pw, int ph, uint32_t s) { return randomBytes(static_cast<size_t>(pw) * ph, s); };
-    return {w, h, bytes(w, h, seed), bytes(w / 2, h, seed + 1), bytes(w / 2, h, seed + 2)};
+    const size_t n = static_cast<size_t>(w) * h, c = static_cast<size_t>(w / 2) * h;
+    return {w, h, randomBytes(n, seed), randomBytes(c, seed + 1), randomBytes(c, seed + 2)};
 }
 
 Planes422 texturedPlanes(int w, int h, uint32_t seed) {

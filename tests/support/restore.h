@@ -6,16 +6,11 @@
 namespace trvtest {
 
 template <typename T>
-class Restore {
-public:
-    explicit Restore(T& v) : ref_(v) { std::memcpy(&copy_, &v, sizeof copy_); }
-    ~Restore() { std::memcpy(&ref_, &copy_, sizeof copy_); }
-    Restore(const Restore&) = delete;
-    Restore& operator=(const Restore&) = delete;
-
-private:
-    T& ref_;
-    T copy_;
+struct Restore {
+    explicit Restore(T& v) : ref(v) { std::memcpy(&copy, &v, sizeof copy); }
+    ~Restore() { std::memcpy(&ref, &copy, sizeof copy); }
+    T& ref;
+    T copy;
 };
 
 }  // namespace trvtest
