@@ -30,7 +30,8 @@ void modelSobel(const std::vector<uint8_t>& img, int w, int h, float* whole, flo
 }
 
 TEST(Sobel, MatchesModelOnRandomImagesOfOddSizes) {
-    // Widths around the 8- and 16-column groups and the inner-region cuts.
+    // Widths around the 8- and 16-column groups and the inner-region cuts;
+    // at 3 x 3 there is no inner region and its quotient is 0 / 0.
     for (int w : {3, 8, 9, 15, 16, 17, 23, 31, 33, 40, 47, 64, 71, 130}) {
         for (int h : {3, 8, 9, 17, 30}) {
             auto img = trvtest::randomBytes(static_cast<size_t>(w) * h, static_cast<uint32_t>(w * 131 + h));
@@ -41,33 +42,6 @@ TEST(Sobel, MatchesModelOnRandomImagesOfOddSizes) {
             ASSERT_TRUE(inner == mInner || (std::isnan(inner) && std::isnan(mInner))) << w << "x" << h;
         }
     }
-}
-
-TEST(Sobel, HandComputedEdge) {
-    // A vertical step from 10 to 50 between columns 7 and 8 of a 16 x 16
-    // image: columns 7 and 8 see |Gx| = 4 * 40 = 160, Gy = 0.
-    const int w = 16, h = 16;
-    std::vector<uint8_t> img(w * h);
-    for (int r = 0; r < h; ++r)
-        for (int c = 0; c < w; ++c) img[r * w + c] = c < 8 ? 10 : 50;
-    float whole = 0, inner = 0;
-    xCalcSobelHV(img.data(), w, h, &whole, &inner);
-    // 14 rows x 2 columns x 160 over 14 x 14 positions; the inner region is
-    // rows and columns 2..13, so 12 rows x 2 columns x 160 over 12 x 12.
-    EXPECT_FLOAT_EQ(whole, static_cast<float>(14.0 * 2 * 160 / (14.0 * 14)));
-    EXPECT_FLOAT_EQ(inner, static_cast<float>(12.0 * 2 * 160 / (12.0 * 12)));
-}
-
-TEST(Sobel, FlatImageIsZeroAndDegenerateSizesAreDefined) {
-    std::vector<uint8_t> flat(64 * 64, 77);
-    float whole = -1, inner = -1;
-    xCalcSobelHV(flat.data(), 64, 64, &whole, &inner);
-    EXPECT_EQ(whole, 0.0f);
-    EXPECT_EQ(inner, 0.0f);
-    // Images too small for any inner region: the inner quotient is 0 / 0.
-    xCalcSobelHV(flat.data(), 5, 5, &whole, &inner);
-    EXPECT_EQ(whole, 0.0f);
-    EXPECT_TRUE(std::isnan(inner));
 }
 
 TEST(Sobel, SixteenBitLaneSumsWrapOnlyPastTheirRange) {

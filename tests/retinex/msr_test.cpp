@@ -34,10 +34,7 @@ TEST_F(MsrTest, TablesHoldHandComputedEntries) {
     create0_1_2Table();
     // Entry j serves j + 1: 65536 / (j + 1)^0.3 and 16 (j + 1)^1.3, rounded.
     const int entries[][3] = {{0, 65536, 16}, {255, 12417, 21619}, {20, 26291, 838}, {200, 13351, 15786}};
-    for (auto [j, falling, rising] : entries) {
-        EXPECT_EQ(ITable0_2[j], falling) << j;
-        EXPECT_EQ(ITable1_2[j], rising) << j;
-    }
+    for (auto [j, falling, rising] : entries) EXPECT_TRUE(ITable0_2[j] == falling && ITable1_2[j] == rising) << j;
 }
 
 TEST_F(MsrTest, LineFilterGivesHandComputedValuesInRowsAndColumns) {
@@ -53,17 +50,12 @@ TEST_F(MsrTest, LineFilterGivesHandComputedValuesInRowsAndColumns) {
     for (const auto& [in, want] : lines) {
         const int n = static_cast<int>(in.size());
         for (int step : {1, 3}) {
-            Bytes strided(static_cast<size_t>(n) * step, 0x5A), got;
+            Bytes strided(static_cast<size_t>(n) * step, 0x5A);
             for (int i = 0; i < n; ++i) strided[static_cast<size_t>(i) * step] = in[i];
             std::vector<int32_t> fwd(n + 3), back(n + 3);
             trv::msrGaussLine(strided.data(), n, step, fwd.data(), back.data());
-            for (int i = 0; i < n * step; ++i) {
-                if (i % step)
-                    ASSERT_EQ(strided[i], 0x5A) << "gap " << i;
-                else
-                    got.push_back(strided[i]);
-            }
-            EXPECT_EQ(got, want) << "n " << n << " step " << step;
+            for (int i = 0; i < n * step; ++i)  // the bytes between samples stay as they were
+                ASSERT_EQ(strided[i], i % step ? 0x5A : want[i / step]) << "n " << n << " step " << step << " at " << i;
         }
     }
 }

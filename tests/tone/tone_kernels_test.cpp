@@ -1,8 +1,7 @@
 // Tone-mapping kernels: hand-computed single quads under flat gain tables pin
-// the luma and chroma rounding of every member and its output order; random
-// bands of awkward sizes check the vector row blends and the band walk
-// (interpolated blurred rows, tails, layouts) against the per-pixel rule.
-#include <algorithm>
+// the luma and chroma rounding of every member and its output order; the
+// vector row blends and cell-row expansion against their rules on random rows
+// of awkward widths; hand-computed row pairs pin the walk down a band.
 #include <array>
 #include <cstring>
 
@@ -22,16 +21,10 @@ int blend(int a, int b, int k, int L) {
     return step == 0 ? a : step == 1 ? r31(a, b) : step == 2 ? r2(a, b) : r31(b, a);
 }
 
-// Blurred value of pixel (r, x) of a band: cell rows interpolated for the
-// row pair, cells interpolated for the column pair.
-int modelBlurred(const Bytes& cells, int L, int W, int rows, bool last, int r, int x) {
-    const int across = (W + L - 1) / L, interpolatedRows = last ? ((rows + L - 1) / L - 1) * L : rows;
-    const int r0 = r & ~1, x0 = x & ~1, j = x0 / L;
-    auto rowValue = [&](int j) {
-        if (r0 >= interpolatedRows) return static_cast<int>(cells[(interpolatedRows / L) * across + j]);
-        return blend(cells[(r0 / L) * across + j], cells[(r0 / L + 1) * across + j], (r0 % L) / 2, L);
-    };
-    return j >= across - 1 ? rowValue(j) : blend(rowValue(j), rowValue(j + 1), (x0 % L) / 2, L);
+// Blurred value of column pair x / 2 of one expanded cell row.
+int modelQuad(const Bytes& cells, int L, int W, int x) {
+    const int j = (x & ~1) / L;
+    return j >= (W + L - 1) / L - 1 ? cells[j] : blend(cells[j], cells[j + 1], (x & ~1) % L / 2, L);
 }
 
 // Byte offsets of luma (r, x) and of the U and V of pixel pair (r, q).
@@ -96,82 +89,43 @@ TEST_F(ToneKernels, RowBlendsAndCellRowExpansionMatchTheirRules) {
             for (int i = 0; i < n; ++i) ASSERT_TRUE(half[i] == r2(a[i], b[i]) && quarter[i] == r31(a[i], b[i])) << n;
         }
     }
-    // Hand-computed: cells 0, 100, 40 at L = 8, W = 20 (three cells).
-    const Bytes cells = {0, 100, 40};
-    Bytes quads(10);
-    trv::expandCellRow(cells.data(), quads.data(), 20, 8);
-    EXPECT_EQ(quads, (Bytes{0, 25, 50, 75, 100, 85, 70, 55, 40, 40}));
     for (int L : {4, 8}) {
         for (int W = 1; W <= 19 * L + 1; ++W) {
             const Bytes row = trvtest::randomBytes((W + L - 1) / L, 100 + W);
             Bytes got((W + 1) / 2);
             trv::expandCellRow(row.data(), got.data(), W, L);
-            for (int q = 0; q < (W + 1) / 2; ++q) ASSERT_EQ(got[q], modelBlurred(row, L, W, 1, true, 0, 2 * q)) << W;
+            for (int q = 0; q < (W + 1) / 2; ++q) ASSERT_EQ(got[q], modelQuad(row, L, W, 2 * q)) << W;
         }
     }
 }
 
-// Widths and heights reach every vector path and tail: partial and whole last
-// cells, fewer than one cell, more than sixteen cells across. Luma follows
-// the rule; each quad's chroma equals that of a quad on flat cells of its
-// top-left pixel's brightness t (the rounding itself is pinned above).
-TEST_F(ToneKernels, AllMembersFollowThePerPixelRule) {
-    uint32_t seed = 1;
-    for (bool set4 : {false, true}) {
-        gScaleTb = set4 ? ScaleTable4 : ScaleTable1;
-        gUVScaleTb = set4 ? uvScaleTable4 : uvScaleTable1;
-        // chroma[t]: V', U' of c at 2c, 2c + 1 on flat cells t (luma 0 has floor 0).
-        std::vector<Bytes> chroma(256, Bytes(1536));
-        Bytes zeros(1024, 0), pairs(512);
-        for (int c = 0; c < 512; ++c) pairs[c] = static_cast<uint8_t>(c / 2);
-        for (int t = 0; t < 256; ++t) {
-            Bytes flat(128, static_cast<uint8_t>(t));
-            xImgEnhance_NV21_4(zeros.data(), pairs.data(), chroma[t].data(), chroma[t].data() + 1024, flat.data(), 512,
-                               2, 1);
-        }
-        for (int L : {4, 8}) {
-            for (int format : {4, 0, 2}) {
-                for (int W : {2, 6, L, 3 * L, 18 * L + 2, 150}) {
-                    for (int rows : {2, L, 2 * L + 2}) {
-                        for (bool last : {true, rows % L != 0}) {
-                            if (++seed % 2)
-                                createTHTable();
-                            else
-                                std::memset(gTHTable, 0, sizeof gTHTable);
-                            Bytes inY = trvtest::randomBytes(static_cast<size_t>(W) * rows, seed);
-                            Bytes inC = trvtest::randomBytes(static_cast<size_t>(W) * (rows / 2), seed + 1);
-                            for (size_t i = 0; i < inC.size(); i += 5) inC[i] = 128;  // zero differences
-                            const int across = (W + L - 1) / L, down = (rows + L - 1) / L + (last ? 0 : 1);
-                            Bytes cells = trvtest::randomBytes(static_cast<size_t>(across) * down, seed + 2);
-                            gW = W;
-                            gH = rows;
-                            Bytes got(tonetest::outputBytes(W, rows, format), 0);
-                            tonetest::toneBand(format, L, inY.data(), inC.data(), got.data(), got.data() + W * rows,
-                                               cells.data(), W, rows, last);
-                            const Layout at{format, W, rows};
-                            auto tOf = [&](int r, int x) {
-                                return std::max<int>(gTHTable[inY[r * W + x]],
-                                                     modelBlurred(cells, L, W, rows, last, r, x));
-                            };
-                            for (int r = 0; r < rows; ++r) {
-                                for (int x = 0; x < W; ++x) {
-                                    const int y = inY[r * W + x],
-                                              want = std::min((y * gScaleTb[tOf(r, x)] + 512) >> 10, 255);
-                                    ASSERT_EQ(got[at.y(r, x)], want) << L << " " << format << " " << W << " " << rows;
-                                }
-                                for (int q = 0; q < W / 2; ++q) {
-                                    const Bytes& c = chroma[tOf(r & ~1, 2 * q)];
-                                    const uint8_t* uv = &inC[(r / 2) * W + 2 * q];
-                                    ASSERT_EQ(got[at.u(r, q)], c[1024 + 2 * uv[0] + 1])
-                                        << L << " " << format << " " << W;
-                                    ASSERT_EQ(got[at.v(r, q)], c[1024 + 2 * uv[1]]) << L << " " << format << " " << W;
-                                }
-                            }
-                        }
-                    }
-                }
-            }
-        }
+// Luma 1 under gain 1024 t comes out as t, the larger of the floor and the
+// blurred value. One cell across, cell rows 0 then 200: at L = 8 the row pairs
+// blend 0, a quarter, half and three quarters of the way (0, 50, 100, 150);
+// at L = 4, 0 and 100. The last band's rows past its last whole step take the
+// last cell row (200). A floor of 60 lifts the lower ones.
+TEST_F(ToneKernels, RowPairsBlendTheirCellRowsOverTheFloor) {
+    std::array<int32_t, 256> gains;
+    for (int t = 0; t < 256; ++t) gains[t] = 1024 * t;
+    gScaleTb = gains.data();
+    gUVScaleTb = uvScaleTable1;
+    const struct {
+        int L, rows;
+        bool last;
+        uint8_t floor;
+        std::vector<int> want;  // luma of each row pair
+    } cases[] = {{8, 8, false, 0, {0, 50, 100, 150}},   {8, 10, true, 0, {0, 50, 100, 150, 200}},
+                 {4, 4, false, 0, {0, 100}},            {4, 6, true, 0, {0, 100, 200}},
+                 {8, 8, false, 60, {60, 60, 100, 150}}, {4, 8, true, 60, {60, 100, 200, 200}}};
+    for (const auto& c : cases) {
+        std::memset(gTHTable, 0, sizeof gTHTable);
+        gTHTable[1] = c.floor;
+        gW = 2;
+        gH = c.rows;
+        Bytes inY(2 * c.rows, 1), inC(c.rows, 128), cells = {0, 200}, out(4 * c.rows, 0);
+        tonetest::toneBand(4, c.L, inY.data(), inC.data(), out.data(), out.data() + 2 * c.rows, cells.data(), 2,
+                           c.rows, c.last);
+        for (int r = 0; r < c.rows; ++r) EXPECT_EQ(out[2 * r + 1], c.want[r / 2]) << c.L << " " << c.rows << " " << r;
     }
 }
 
