@@ -66,6 +66,30 @@ void frameRows(unsigned char** frames, ptrdiff_t offset, int n, const uint8_t** 
     for (int k = 0; k < n; ++k) rows[k] = frames[k] + offset;
 }
 
+// The chroma rows of a tile whose luma is height rows high: every second
+// luma row gives one output row of interleaved pairs (row stride gW). Planar
+// 4:2:2 rows go to planar(ref, rows, secondPlaneOffset, outRow), paired
+// (NV16, NV21) rows to paired(ref, rows, outRow).
+template <class Planar, class Paired>
+void forEachChromaRow(unsigned char* ref, unsigned char** frames, unsigned char* out, int n, int height,
+                      Planar planar, Paired paired) {
+    const int lastRow = (height - 1) & ~1;
+    const uint8_t* rows[kMaxAlignedFrames];
+    for (int r = 0; r >= 0 && r <= lastRow; r += 2) {
+        uint8_t* outRow = out + static_cast<ptrdiff_t>(gW) * (r / 2);
+        if (gINFormat == 0) {
+            const ptrdiff_t planeStride = gW / 2;
+            const ptrdiff_t offset = planeStride * r;
+            frameRows(frames, offset, n, rows);
+            planar(ref + offset, rows, planeStride * gH, outRow);
+        } else if (gINFormat == 1 || gINFormat == 4) {
+            const ptrdiff_t offset = static_cast<ptrdiff_t>(gW) * (gINFormat == 1 ? r : r / 2);
+            frameRows(frames, offset, n, rows);
+            paired(ref + offset, rows, outRow);
+        }
+    }
+}
+
 // One row of 8-bit samples blended in place order: vector steps of 8, then
 // the tail.
 template <typename Vector8, typename Tail>
@@ -264,21 +288,14 @@ void blendLumaTile16(unsigned char* ref, unsigned char** frames, unsigned char* 
 template <int N>
 void blendChromaTile16(unsigned char* ref, unsigned char** frames, unsigned char* out, int width, int height) {
     const ChromaBlend16<N> blend;
-    const int lastRow = (height - 1) & ~1;
-    const uint8_t* rows[N];
-    for (int r = 0; r >= 0 && r <= lastRow; r += 2) {
-        uint8_t* outRow = out + static_cast<ptrdiff_t>(gW) * (r / 2);
-        if (gINFormat == 0) {
-            const ptrdiff_t planeStride = gW / 2;
-            const ptrdiff_t offset = planeStride * r;
-            frameRows(frames, offset, N, rows);
-            blendPlanarChromaRow16<N>(ref + offset, rows, planeStride * gH, outRow, width, blend);
-        } else if (gINFormat == 1 || gINFormat == 4) {
-            const ptrdiff_t offset = static_cast<ptrdiff_t>(gW) * (gINFormat == 1 ? r : r / 2);
-            frameRows(frames, offset, N, rows);
-            blendRow16<N>(ref + offset, rows, outRow, width, blend, chromaTail);
-        }
-    }
+    forEachChromaRow(
+        ref, frames, out, N, height,
+        [&](const uint8_t* in, const uint8_t** rows, ptrdiff_t second, uint8_t* outRow) {
+            blendPlanarChromaRow16<N>(in, rows, second, outRow, width, blend);
+        },
+        [&](const uint8_t* in, const uint8_t** rows, uint8_t* outRow) {
+            blendRow16<N>(in, rows, outRow, width, blend, chromaTail);
+        });
 }
 
 // Packed Y0 C0 Y1 C1 rows as mergeBlk_YUV_neon_YUYV: 16 pixels (32 bytes) a
@@ -387,21 +404,14 @@ void mergeBlk_uv_neon(unsigned char* ref, unsigned char** frames, unsigned char*
         fast(ref, frames, out, width, height);
         return;
     }
-    const int lastRow = (height - 1) & ~1;
-    const uint8_t* rows[kMaxAlignedFrames];
-    for (int r = 0; r >= 0 && r <= lastRow; r += 2) {
-        uint8_t* outRow = out + static_cast<ptrdiff_t>(gW) * (r / 2);
-        if (gINFormat == 0) {
-            const ptrdiff_t planeStride = gW / 2;
-            const ptrdiff_t offset = planeStride * r;
-            frameRows(frames, offset, n, rows);
-            blendPlanarChromaRow(ref + offset, rows, planeStride * gH, outRow, width, n);
-        } else if (gINFormat == 1 || gINFormat == 4) {
-            const ptrdiff_t offset = static_cast<ptrdiff_t>(gW) * (gINFormat == 1 ? r : r / 2);
-            frameRows(frames, offset, n, rows);
-            blendRow(ref + offset, rows, outRow, width, n, blendChroma8, chromaTail);
-        }
-    }
+    forEachChromaRow(
+        ref, frames, out, n, height,
+        [&](const uint8_t* in, const uint8_t** rows, ptrdiff_t second, uint8_t* outRow) {
+            blendPlanarChromaRow(in, rows, second, outRow, width, n);
+        },
+        [&](const uint8_t* in, const uint8_t** rows, uint8_t* outRow) {
+            blendRow(in, rows, outRow, width, n, blendChroma8, chromaTail);
+        });
 }
 
 // Packed Y0 C0 Y1 C1 rows (stride 2 gW): planar luma out, and the chroma of
