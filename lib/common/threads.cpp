@@ -62,6 +62,15 @@ StackSlots& stackSlots() {
     return slots;
 }
 
+// The slots are mapped when the library is loaded rather than inside a
+// process's first burst, whose time a camera app shows at the shutter:
+// address space only, no memory is touched.
+const bool kSlotsMappedAtLoad = [] {
+    int slot = -1;
+    if (stackSlots().take(&slot) != nullptr) stackSlots().give(slot);
+    return true;
+}();
+
 struct Worker {
     pthread_t thread;
     int stack = -1;  // slot of the stack it runs on, or -1

@@ -230,20 +230,16 @@ struct Hits {
     }
 };
 
-// Per-frame hits of a whole row of blocks, summed per sample column into
-// the even bytes of one or two rows of column sums (two where a sample row
-// belongs to two rows of blocks).
+// Per-frame hits of a whole row of samples, added per sample column into
+// the even bytes of a running sum over the rows.
 struct ColumnSums {
-    uint8_t* sums[2][kMaxAlignedFrames];
-    int targets;
+    uint8_t* sums[kMaxAlignedFrames];
 
     void add(int k, int lo, int hi, uint8x16_t passLo, uint8x16_t passHi) {
-        for (int t = 0; t < targets; ++t) {
-            uint8_t* a = sums[t][k] + 2 * lo;
-            vst1q_u8(a, vaddq_u8(vld1q_u8(a), passLo));
-            uint8_t* b = sums[t][k] + 2 * hi;  // may overlap a: its overlapping lanes add 0
-            vst1q_u8(b, vaddq_u8(vld1q_u8(b), passHi));
-        }
+        uint8_t* a = sums[k] + 2 * lo;
+        vst1q_u8(a, vaddq_u8(vld1q_u8(a), passLo));
+        uint8_t* b = sums[k] + 2 * hi;  // may overlap a: its overlapping lanes add 0
+        vst1q_u8(b, vaddq_u8(vld1q_u8(b), passHi));
     }
     void endGroup(const BlockJob&) {}
 };
@@ -431,8 +427,13 @@ bool isInteriorBlock(int bx, int by, int size, int W, int H) {
     return interiorColumn(bx, size, W) && interiorRow(by, size, H);
 }
 
-// Interior blocks whose frame reads need none of the interior path's
-// clamps: every frame's sample of (x, y) is (x + mvx, y + mvy). They form a
+// Blocks whose samples every path reads alike: each sample and its four
+// neighbours inside the frame (so no reflection, and the activity takes all
+// four), the vector loads inside their rows, and every frame's sample of
+// (x, y) at (x + mvx, y + mvy) with none of the interior path's clamps. An
+// interior block meets the frame conditions by itself; a block near an edge
+// meets them all when its samples do not reach the edge, and then its
+// border path would give the same counts sample by sample. They form a
 // rectangle of the grid, [c0, c1) x [r0, r1), empty when c1 <= c0.
 struct SharedRectangle {
     int c0 = 0, c1 = 0, r0 = 0, r1 = 0;
@@ -440,21 +441,26 @@ struct SharedRectangle {
 
 SharedRectangle sharedRectangle(const TileGeometry& g, const BlockJob& job, int W, int H) {
     const int S = g.block, samples = (S + 8) / 2;
+    // A block's samples lie at bx - 3 + 2 i and by - 3 + 2 j, i, j < samples.
     auto columnOk = [&](int c) {
-        const int bx = g.x0 - S + c * S;
-        if (!interiorColumn(bx, S, W)) return false;
+        const int first = g.x0 - S + c * S - 3, last = first + 2 * (samples - 1);
+        // Left neighbour inside; the right one's load (and its chroma pair)
+        // ends inside the row.
+        if (first < 2 || last > W - 4) return false;
         for (int k = 0; k < job.others; ++k) {
             const int mvx = job.mv[k]->x;
-            if (absInt(bx + S + 3 + mvx) >= W - 1 || bx - 3 + mvx < 0 || bx - 3 + mvx > W - S - 8) return false;
+            if (first + mvx < 0 || last + mvx > W - 2) return false;
         }
         return true;
     };
     auto rowOk = [&](int r) {
-        const int by = g.y0 - S + r * S;
-        if (!interiorRow(by, S, H)) return false;
+        const int first = g.y0 - S + r * S - 3, last = first + 2 * (samples - 1);
+        const Neighbours top = neighboursInside(2, first, W, H, true, true);
+        const Neighbours bottom = neighboursInside(2, last, W, H, true, true);
+        if (!top.up || !bottom.down || !bottom.chromaDown) return false;
         for (int k = 0; k < job.others; ++k) {
             const int mvy = job.mv[k]->y;
-            if (by - 3 + mvy < 0 || by - 3 + 2 * (samples - 1) + mvy > H - 2) return false;
+            if (first + mvy < 0 || last + mvy > H - 2) return false;
         }
         return true;
     };
@@ -474,50 +480,55 @@ SharedRectangle sharedRectangle(const TileGeometry& g, const BlockJob& job, int 
 
 // The blocks of the shared rectangle: blocks next to each other share 4
 // sample columns, and block rows 4 sample rows, so each sample of the
-// rectangle is counted once, into per-column sums of each block row (two
-// where block rows overlap); each block then adds up its columns.
+// rectangle is counted once, into per-column sums running over all sample
+// rows. A block row's column sums are the running sums after its last row
+// less those before its first; bytes wrap, but a block's column holds at
+// most `samples` < 256 hits, so the difference is exact. Each block then
+// adds up its columns.
 template <ClassifySamples L>
 void countSharedRectangle(const TileGeometry& g, BlockJob& job, const SharedRectangle& a, int32_t* counts) {
-    const int S = g.block, half = S / 2, samples = (S + 8) / 2;
-    const int columns = (a.c1 - a.c0 - 1) * half + samples, rows = (a.r1 - a.r0 - 1) * half + samples;
+    const int S = g.block, half = S / 2, samples = (S + 8) / 2, blockRows = a.r1 - a.r0;
+    const int columns = (a.c1 - a.c0 - 1) * half + samples, rows = (blockRows - 1) * half + samples;
     const int x0 = g.x0 - S + a.c0 * S - 3, y0 = g.y0 - S + a.r0 * S - 3;
     // Even bytes per sample column, and a run's worth past the last.
     const size_t stride = 2 * static_cast<size_t>(columns) + 2 * kRun;
-    ZeroedArray<uint8_t, 8192> storage(2 * kMaxAlignedFrames * stride);
-    auto sumsOf = [&](int blockRow, int k) { return &storage[((blockRow & 1) * kMaxAlignedFrames + k) * stride]; };
+    // The running sums, then the sums at the start of the block rows in
+    // progress (at most two: even and odd block rows).
+    ZeroedArray<uint8_t, 12288> storage(3 * kMaxAlignedFrames * stride);
+    auto running = [&](int k) { return &storage[k * stride]; };
+    auto atStart = [&](int blockRow, int k) { return &storage[((1 + (blockRow & 1)) * kMaxAlignedFrames + k) * stride]; };
+    ColumnSums sink{};
+    for (int k = 0; k < job.others; ++k) sink.sums[k] = running(k);
     int frameX[kMaxAlignedFrames], frameY[kMaxAlignedFrames];
     for (int v = 0; v < rows; ++v) {
+        if (v % half == 0 && v / half < blockRows) {
+            for (int k = 0; k < job.others; ++k) std::copy(running(k), running(k) + stride, atStart(v / half, k));
+        }
         const int y = y0 + 2 * v;
         for (int k = 0; k < job.others; ++k) {
             frameX[k] = x0 + job.mv[k]->x;
             frameY[k] = y + job.mv[k]->y;
         }
-        // Block rows holding sample row v: the latest one, and the one
-        // before while v is among its last rows.
-        const int last = a.r0 + std::min(v / half, a.r1 - a.r0 - 1);
-        ColumnSums sink{};
-        sink.targets = 0;
-        for (int r = last; r >= a.r0 && v - (r - a.r0) * half < samples; --r) {
-            for (int k = 0; k < job.others; ++k) sink.sums[sink.targets][k] = sumsOf(r, k);
-            ++sink.targets;
-        }
         countStretch<L>(job, rowPointers<L>(job, x0, y, true, true, true, frameX, frameY, 0), 0, columns, sink);
         // A block row whose last sample row this was: its blocks add up
-        // their columns, and its sums are cleared for the row after next.
+        // their columns.
         const int done = v - samples + 1;
-        if (done >= 0 && done % half == 0 && done / half < a.r1 - a.r0) {
-            const int r = a.r0 + done / half;
+        if (done >= 0 && done % half == 0 && done / half < blockRows) {
+            const int r = done / half;
             for (int c = a.c0; c < a.c1; ++c) {
-                int32_t* block = counts + (r * g.cols + c) * kMaxAlignedFrames;
+                int32_t* block = counts + ((a.r0 + r) * g.cols + c) * kMaxAlignedFrames;
                 const int first = (c - a.c0) * half;
                 for (int k = 0; k < job.others; ++k) {
-                    const uint8_t* sums = sumsOf(r, k);
+                    const uint8_t* now = running(k);
+                    const uint8_t* before = atStart(r, k);
                     int32_t total = 0;
-                    for (int i = 0; i < samples; ++i) total += sums[2 * (first + i)];
+                    for (int i = 0; i < samples; ++i) {
+                        const size_t at = 2 * static_cast<size_t>(first + i);
+                        total += static_cast<uint8_t>(now[at] - before[at]);
+                    }
                     block[k] += kCountPerSample * total;
                 }
             }
-            for (int k = 0; k < job.others; ++k) std::fill(sumsOf(r, k), sumsOf(r, k) + stride, 0);
         }
     }
 }
