@@ -25,11 +25,7 @@ namespace {
 
 using namespace trvtool;
 
-RgbImage picture(int w, int h, std::vector<uint8_t> rgb) {
-    RgbImage p;
-    p.width = w, p.height = h, p.rgb = std::move(rgb);
-    return p;
-}
+RgbImage randomPicture(int w, int h, uint32_t seed) { return {w, h, trvtest::randomBytes(w * h * 3u, seed)}; }
 
 // White, black, red and blue in BT.601 full range, rounded; 4:2:0 chroma is
 // the rounded mean of each 2 x 2 block, V first; back to RGB, a red block
@@ -38,7 +34,7 @@ TEST(ToolColour, Bt601FullRangeKnownColours) {
     const std::vector<uint8_t> row = {255, 255, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255};
     std::vector<uint8_t> rgb = row;
     rgb.insert(rgb.end(), row.begin(), row.end());
-    const Yuv444 p = rgbToYuv444(picture(4, 2, rgb));
+    const Yuv444 p = rgbToYuv444({4, 2, rgb});
     EXPECT_EQ(std::vector<uint8_t>(p.cb.begin(), p.cb.begin() + 4), (std::vector<uint8_t>{128, 128, 85, 255}));
     EXPECT_EQ(std::vector<uint8_t>(p.cr.begin(), p.cr.begin() + 4), (std::vector<uint8_t>{128, 128, 255, 107}));
     EXPECT_EQ(yuv444ToNv21(p), (std::vector<uint8_t>{255, 0, 76, 29, 255, 0, 76, 29, 128, 128, 181, 170}));
@@ -61,7 +57,7 @@ TEST(ToolMetrics, HandComputedValues) {
 }
 
 TEST(ToolSynthesis, SeededNoisyAndReproducible) {
-    const Yuv444 scene = rgbToYuv444(picture(96, 64, trvtest::randomBytes(96 * 64 * 3, 9)));
+    const Yuv444 scene = rgbToYuv444(randomPicture(96, 64, 9));
     BurstRecipe recipe;
     recipe.frames = 4, recipe.seed = 77, recipe.movingObject = false;
     const SyntheticBurst a = synthesiseBurst(scene, recipe);
@@ -107,7 +103,7 @@ protected:
 // there); here the picture path, its log switch, the chroma order of a raw
 // U-first frame and the demo.
 TEST_F(ToolEndToEnd, FusesPicturesIntoAPicture) {
-    const RgbImage odd = picture(97, 64, trvtest::randomBytes(97 * 64 * 3, 4));  // cropped to 96
+    const RgbImage odd = randomPicture(97, 64, 4);  // cropped to 96
     writePicture(path("a.png"), odd);
     writePicture(path("b.png"), odd);
     const auto [status, output] = run("fuse -o out.png a.png b.png");
@@ -142,10 +138,10 @@ std::vector<uint8_t> patched(std::vector<uint8_t> bytes, size_t at, const std::v
 // leaves the files that were there as they were, and leaves nothing else
 // behind.
 TEST_F(ToolEndToEnd, FailuresLeaveExistingFilesIntact) {
-    const RgbImage image = picture(192, 128, trvtest::randomBytes(192 * 128 * 3, 6));
+    const RgbImage image = randomPicture(192, 128, 6);
     writePicture(path("a.png"), image);
     writePicture(path("b.png"), image);
-    writePicture(path("wide.png"), picture(194, 128, trvtest::randomBytes(194 * 128 * 3, 6)));
+    writePicture(path("wide.png"), randomPicture(194, 128, 6));
     writePicture(path("a.jpg"), image);
     writeRawFile(path("f.nv21"), trvtest::toLayout(trvtest::randomPlanes(192, 128, 3), 4));
     writeRawFile(path("short.nv21"), std::vector<uint8_t>(100, 0));
