@@ -1,9 +1,8 @@
 """The trv module: the same bytes as the trv tool on the same input, its
-report, its refusals, threads calling at once, and the example script."""
+report, its refusals and the example script."""
 import os
 import subprocess
 import sys
-from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import numpy as np
@@ -98,14 +97,6 @@ def test_refusals_and_arguments_the_library_never_sees(call, error, status, text
         call()
     assert getattr(raised.value, "status", None) == status
     assert status is None or f"(status {status})" in str(raised.value)
-
-
-def test_threads_at_once_get_their_serial_results():
-    jobs = [lambda: trv.fuse(BURST), lambda: trv.tone(F, 2), lambda: trv.retinex(F)] * 3
-    serial = [job() for job in jobs]
-    with ThreadPoolExecutor(4) as pool:
-        parallel = list(pool.map(lambda job: job(), jobs))
-    assert all(np.array_equal(a, b) for a, b in zip(serial, parallel))
 
 
 def test_example_fuses_a_picture(tmp_path):
