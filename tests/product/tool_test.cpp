@@ -31,10 +31,8 @@ RgbImage randomPicture(int w, int h, uint32_t seed) { return {w, h, trvtest::ran
 // the rounded mean of each 2 x 2 block, V first; back to RGB, a red block
 // loses a level.
 TEST(ToolColour, Bt601FullRangeKnownColours) {
-    const std::vector<uint8_t> row = {255, 255, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255};
-    std::vector<uint8_t> rgb = row;
-    rgb.insert(rgb.end(), row.begin(), row.end());
-    const Yuv444 p = rgbToYuv444({4, 2, rgb});
+    const Yuv444 p = rgbToYuv444({4, 2, {255, 255, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255,  // two rows alike
+                                         255, 255, 255, 0, 0, 0, 255, 0, 0, 0, 0, 255}});
     EXPECT_EQ(std::vector<uint8_t>(p.cb.begin(), p.cb.begin() + 4), (std::vector<uint8_t>{128, 128, 85, 255}));
     EXPECT_EQ(std::vector<uint8_t>(p.cr.begin(), p.cr.begin() + 4), (std::vector<uint8_t>{128, 128, 255, 107}));
     EXPECT_EQ(yuv444ToNv21(p), (std::vector<uint8_t>{255, 0, 76, 29, 255, 0, 76, 29, 128, 128, 181, 170}));
