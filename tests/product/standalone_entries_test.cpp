@@ -22,30 +22,26 @@ TEST(StandaloneRefusal, EveryBadArgumentHasItsOwnStatusAndWritesNothing) {
     Bytes image = textured420(W, H, 3), out(2 * W * H, 0x5A), big(4 * W * H, 0x11);
     const Bytes imageBefore = image, outBefore = out, bigBefore = big;
     uint8_t *in = image.data(), *o = out.data();
-    auto retinex = [](uint8_t* f, size_t cap, int w, int h) { return [=] { return TRV_Retinex(f, cap, w, h); }; };
-    auto blur = [](const uint8_t* i, size_t ic, uint8_t* d, size_t oc, int w, int h) {
-        return [=] { return TRV_Blur(i, ic, d, oc, w, h); };
-    };
-    auto tone = [](const uint8_t* i, size_t ic, uint8_t* d, size_t oc, int w, int h, int fmt, int id) {
-        return [=] { return TRV_ToneEnhance(i, ic, d, oc, w, h, fmt, id, 50); };
-    };
+    // A deferred call of an entry; every tone call at level 50.
+    auto call = [](auto entry, auto... args) { return [=] { return entry(args...); }; };
+    auto tone = [=](auto... args) { return call(TRV_ToneEnhance, args..., 50); };
     const struct {
         std::function<int32_t()> call;
         int32_t expected;
     } cases[] = {
-        {retinex(nullptr, frame, W, H), TRV_RETINEX_NULL_ARGUMENT},
-        {retinex(in, frame, W - 1, H), TRV_RETINEX_BAD_SIZE},
-        {retinex(in, frame, W, 0), TRV_RETINEX_BAD_SIZE},
-        {retinex(in, frame, -W, H), TRV_RETINEX_BAD_SIZE},
-        {retinex(in, SIZE_MAX, 65536, 16384), TRV_RETINEX_BAD_SIZE},
-        {retinex(in, frame - 1, W, H), TRV_RETINEX_FRAME_TOO_SMALL},
-        {blur(nullptr, plane, o, plane, W, H), TRV_BLUR_NULL_ARGUMENT},
-        {blur(in, plane, nullptr, plane, W, H), TRV_BLUR_NULL_ARGUMENT},
-        {blur(in, plane, o, plane, 0, H), TRV_BLUR_BAD_SIZE},
-        {blur(in, SIZE_MAX, o, SIZE_MAX, 46341, 23171), TRV_BLUR_BAD_SIZE},
-        {blur(in, plane - 1, o, plane, W, H), TRV_BLUR_INPUT_TOO_SMALL},
-        {blur(in, plane, o, plane - 1, W, H), TRV_BLUR_OUTPUT_TOO_SMALL},
-        {blur(big.data(), plane, big.data() + plane - 1, plane, W, H), TRV_BLUR_OVERLAP},
+        {call(TRV_Retinex, nullptr, frame, W, H), TRV_RETINEX_NULL_ARGUMENT},
+        {call(TRV_Retinex, in, frame, W - 1, H), TRV_RETINEX_BAD_SIZE},
+        {call(TRV_Retinex, in, frame, W, 0), TRV_RETINEX_BAD_SIZE},
+        {call(TRV_Retinex, in, frame, -W, H), TRV_RETINEX_BAD_SIZE},
+        {call(TRV_Retinex, in, SIZE_MAX, 65536, 16384), TRV_RETINEX_BAD_SIZE},
+        {call(TRV_Retinex, in, frame - 1, W, H), TRV_RETINEX_FRAME_TOO_SMALL},
+        {call(TRV_Blur, nullptr, plane, o, plane, W, H), TRV_BLUR_NULL_ARGUMENT},
+        {call(TRV_Blur, in, plane, nullptr, plane, W, H), TRV_BLUR_NULL_ARGUMENT},
+        {call(TRV_Blur, in, plane, o, plane, 0, H), TRV_BLUR_BAD_SIZE},
+        {call(TRV_Blur, in, SIZE_MAX, o, SIZE_MAX, 46341, 23171), TRV_BLUR_BAD_SIZE},
+        {call(TRV_Blur, in, plane - 1, o, plane, W, H), TRV_BLUR_INPUT_TOO_SMALL},
+        {call(TRV_Blur, in, plane, o, plane - 1, W, H), TRV_BLUR_OUTPUT_TOO_SMALL},
+        {call(TRV_Blur, big.data(), plane, big.data() + plane - 1, plane, W, H), TRV_BLUR_OVERLAP},
         {tone(nullptr, frame, o, frame, W, H, 4, 1), TRV_TONE_NULL_ARGUMENT},
         {tone(in, frame, nullptr, frame, W, H, 4, 1), TRV_TONE_NULL_ARGUMENT},
         {tone(in, frame, o, frame, W, H + 1, 4, 1), TRV_TONE_BAD_SIZE},
