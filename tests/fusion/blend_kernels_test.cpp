@@ -3,7 +3,6 @@
 // the tail, for every supported frame count and widths that leave tails.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <vector>
 
 #include "fusion/fusion_scene.h"
@@ -102,35 +101,26 @@ int want(const Burst& b, size_t i, int c, int width, int vectorEnd, bool luma) {
     return c < vectorEnd ? vectorChroma(x, f, n) : tableChroma(x, f, n);
 }
 
-class BlendKernels : public ::testing::Test {
-protected:
-    void SetUp() override { saved = {gW, gH, gINFormat, gNum}; }
-    void TearDown() override {
-        gW = saved[0], gH = saved[1], gINFormat = saved[2];
-        setFrameCount(saved[3]);
-    }
-    // Runs `blend` for 1 .. 5 other frames and widths 1 .. 40 on random
-    // bursts, then `check` compares every output byte.
-    template <class Blend, class Check>
-    void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
-        for (int n = 1; n <= 5; ++n) {
-            setFrameCount(n);
-            for (int width = 1; width <= 40; ++width) {
-                SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
-                Burst burst(inBytes, n, static_cast<uint32_t>(n * 100 + width + inBytes));
-                std::vector<uint8_t> out(outBytes, kUntouched);
-                blend(burst, out.data(), width);
-                check(burst, out, width);
-                if (HasFatalFailure()) return;
-            }
+// Runs `blend` for 1 .. 5 other frames and widths 1 .. 40 on random bursts,
+// then `check` compares every output byte.
+template <class Blend, class Check>
+void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
+    for (int n = 1; n <= 5; ++n) {
+        setFrameCount(n);
+        for (int width = 1; width <= 40; ++width) {
+            SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
+            Burst burst(inBytes, n, static_cast<uint32_t>(n * 100 + width + inBytes));
+            std::vector<uint8_t> out(outBytes, kUntouched);
+            blend(burst, out.data(), width);
+            check(burst, out, width);
+            if (::testing::Test::HasFatalFailure()) return;
         }
     }
-    std::array<int, 4> saved{};
-};
+}
 
 using Out = std::vector<uint8_t>;
 
-TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
+TEST(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
     gW = 48;  // 3 rows
     sweep(144, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_Y_neon(b.ref.data(), b.at(), out, width, 3); },
           [](const Burst& b, const Out& out, int width) {
@@ -142,7 +132,7 @@ TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
 // 0 .. 4 giving chroma rows 0, 2, 4; planar 4:2:2 (code 0) one sample of
 // each plane per two luma columns, interleaved on output, 16 columns a
 // vector. Every second chroma row is dropped.
-TEST_F(BlendKernels, ChromaMatchesRulesInEveryLayout) {
+TEST(BlendKernels, ChromaMatchesRulesInEveryLayout) {
     gW = 48, gH = 5;
     for (int format : {0, 1, 4}) {
         gINFormat = format;
@@ -159,7 +149,7 @@ TEST_F(BlendKernels, ChromaMatchesRulesInEveryLayout) {
 }
 
 // Packed rows 40 wide: luma of every row, chroma of even rows.
-TEST_F(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
+TEST(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
     gW = 40;
     sweep(240, 200,
           [](Burst& b, uint8_t* out, int width) { mergeBlk_YUV_neon_YUYV(b.ref.data(), b.at(), out, out + 120, width, 3); },
@@ -178,7 +168,7 @@ TEST_F(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
 // Chroma 100 with one frame at 103: the vector path rounds the pair mean to
 // 102, every tail divides -3 by table: 100 - trunc(-3 / 2) = 101. Luma of the
 // packed rows (100 with 103) keeps its pair mean, 102, on both paths.
-TEST_F(BlendKernels, OneFrameChromaTailDividesByTable) {
+TEST(BlendKernels, OneFrameChromaTailDividesByTable) {
     gW = 16, gH = 2;
     setFrameCount(1);
     std::vector<uint8_t> ref(64, 100), frame(64, 103), out(48);

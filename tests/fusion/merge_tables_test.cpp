@@ -10,19 +10,9 @@
 
 namespace {
 
-class FusionTables : public ::testing::Test {
-protected:
-    void SetUp() override { savedNum = gNum; }
-    void TearDown() override {
-        gNum = savedNum;
-        trv::buildFusionTables(savedNum + 1, 0, 40);
-    }
-    int savedNum = 0;
-};
-
 // Quotients truncate toward zero; with one frame those by zero frames are 0.
 // The colour offset follows the mean luma.
-TEST_F(FusionTables, DivisionTablesAndColourOffset) {
+TEST(FusionTables, DivisionTablesAndColourOffset) {
     const int div[][4] = {{2, -3, -3, -1}, {2, 119, 119, 59}, {2, -120, -120, -60}, {6, -7, -1, -1},
                           {6, 120, 24, 20}, {6, -11, -2, -1}, {1, 100, 0, 100}};  // frames, v, v / n, v / (n + 1)
     for (const auto& c : div) {
@@ -44,7 +34,7 @@ TEST_F(FusionTables, DivisionTablesAndColourOffset) {
 
 // Exported tables and thresholds that no merging step reads: present, with
 // their first and last entries.
-TEST_F(FusionTables, UnreadTablesExist) {
+TEST(FusionTables, UnreadTablesExist) {
     trv::buildFusionTables(3, 1, 18);
     const int first[] = {y_weight[0], blur_weight[0], CbCr_weight[0], motion_weight[0], DIFFY[0], DIFFU[0]};
     const int last[] = {y_weight[255], blur_weight[255], CbCr_weight[255], motion_weight[255], DIFFY[511], DIFFU[511]};
