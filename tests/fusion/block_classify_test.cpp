@@ -125,7 +125,7 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
                           {2720, 210, 0, 5, ClassifySamples::PlanarLuma},   {4000, 225, 2, 3, ClassifySamples::PackedLuma},
                           {4000, 224, 4, 1, ClassifySamples::LumaAndColour}, {6, 4, 4, 3, ClassifySamples::LumaAndColour},
                           {2, 2, 2, 3, ClassifySamples::PackedLuma}};
-    int interior = 0, hits = 0, total = 0;
+    int hits = 0, total = 0;
     for (const Case& cs : cases) {
         const uint32_t seed = 7u * cs.others + static_cast<uint32_t>(cs.W + cs.H);
         trvtest::Rng rng(seed);
@@ -148,16 +148,10 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
             const std::vector<int> want = modelCounts(b, cs.samples, tile);
             ASSERT_EQ(std::vector<int>(got.begin(), got.end()), want)
                 << cs.W << "x" << cs.H << " code " << cs.code << " tile " << tile << " others " << cs.others;
-            for (int r = 0; r < g.rows; ++r)
-                for (int c = 0; c < g.cols; ++c) {
-                    const int bx = g.x0 - g.block + c * g.block, by = g.y0 - g.block + r * g.block;
-                    interior += bx >= 82 && bx + g.block + 3 < cs.W - 78 && by >= 82 && by + g.block + 3 < cs.H - 78;
-                }
             for (int v : want) hits += v > 0, total += 1;
         }
     }
-    // Interior blocks are reached, and counts are neither all zero nor all full.
-    EXPECT_GT(interior, 100);
+    // Enough samples disagree for the comparison to mean something.
     EXPECT_GT(hits, total / 10);
 }
 
