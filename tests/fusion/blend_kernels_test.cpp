@@ -118,12 +118,10 @@ void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
     }
 }
 
-using Out = std::vector<uint8_t>;
-
 TEST(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
     gW = 48;  // 3 rows
     sweep(144, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_Y_neon(b.ref.data(), b.at(), out, width, 3); },
-          [](const Burst& b, const Out& out, int width) {
+          [](const Burst& b, const auto& out, int width) {
               for (int i = 0; i < 144; ++i) ASSERT_EQ(out[i], want(b, i, i % 48, width, width & ~7, true)) << i;
           });
 }
@@ -137,7 +135,7 @@ TEST(BlendKernels, ChromaMatchesRulesInEveryLayout) {
     for (int format : {0, 1, 4}) {
         gINFormat = format;
         sweep(240, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_uv_neon(b.ref.data(), b.at(), out, width, 5); },
-              [format](const Burst& b, const Out& out, int width) {
+              [format](const Burst& b, const auto& out, int width) {
                   for (int r = 0; r < 5; r += 2)
                       for (int c = 0; c < 48; ++c) {
                           const int i = format == 0 ? (c & 1) * 120 + r * 24 + c / 2 : (format == 1 ? r : r / 2) * 48 + c;
@@ -153,7 +151,7 @@ TEST(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
     gW = 40;
     sweep(240, 200,
           [](Burst& b, uint8_t* out, int width) { mergeBlk_YUV_neon_YUYV(b.ref.data(), b.at(), out, out + 120, width, 3); },
-          [](const Burst& b, const Out& out, int width) {
+          [](const Burst& b, const auto& out, int width) {
               for (int r = 0; r < 3; ++r)
                   for (int c = 0; c < 40; ++c) {
                       const size_t i = r * 80 + 2 * c;
@@ -178,12 +176,27 @@ TEST(BlendKernels, OneFrameChromaTailDividesByTable) {
             gINFormat = format;
             std::fill(out.begin(), out.end(), 0);
             mergeBlk_uv_neon(ref.data(), frames, out.data(), width, 2);
-            const int vectorStep = format == 0 ? 16 : 8;
-            EXPECT_EQ(out[0], width >= vectorStep ? 102 : 101) << format << " width " << width;
+            EXPECT_EQ(out[0], width >= (format == 0 ? 16 : 8) ? 102 : 101) << format << " width " << width;
         }
         mergeBlk_YUV_neon_YUYV(ref.data(), frames, out.data(), out.data() + 32, width, 2);
         EXPECT_EQ(out[0], 102) << "packed luma width " << width;
         EXPECT_EQ(out[32], width == 1 ? 101 : 102) << "packed chroma width " << width;
+    }
+}
+
+// "compared with 16 * N": 100 with two frames at 116 deviates by exactly
+// 32 = 16 N, so the vector path takes the frames-only mean 116 even while
+// NUM_16 holds 80 (left by a five-frame fusion); the tail's ">" keeps the
+// mean with the reference, 100 + 32 / 3 truncated: 110.
+TEST(BlendKernels, LumaThresholdIsSixteenTimesThisCallsCount) {
+    gW = 8;
+    setFrameCount(2);
+    NUM_16 = vdupq_n_u16(80);
+    std::vector<uint8_t> ref(8, 100), frame(8, 116), out(8);
+    unsigned char* frames[] = {frame.data(), frame.data()};
+    for (int width : {8, 1}) {
+        mergeBlk_Y_neon(ref.data(), frames, out.data(), width, 1);
+        EXPECT_EQ(out[0], width == 8 ? 116 : 110) << "width " << width;
     }
 }
 

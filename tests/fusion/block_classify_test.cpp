@@ -130,12 +130,12 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
         const uint32_t seed = 7u * cs.others + static_cast<uint32_t>(cs.W + cs.H);
         trvtest::Rng rng(seed);
         Frames b(cs.W, cs.H, cs.others);
-        b.planes[0] = fusiontest::texturedPlanes(cs.W, cs.H, seed);
+        b.planes[0] = trvtest::texturedPlanes(cs.W, cs.H, seed);
         fusiontest::addNoise(b.planes[0].y, rng.uniform(0, 8), seed + 1);
         for (int k = 0; k < cs.others; ++k) {
             const int reach = cs.W < 10 ? 300 : k == 2 ? std::min(cs.W, cs.H) / 3 : k == 1 ? 30 : 7;
             b.mvs[k] = MV1{rng.uniform(-reach, reach), rng.uniform(-reach, reach), {0, 0, 0, 0}, 0.0};
-            b.planes[k + 1] = fusiontest::shifted(b.planes[0], b.mvs[k].x, b.mvs[k].y);
+            b.planes[k + 1] = trvtest::shifted(b.planes[0], b.mvs[k].x, b.mvs[k].y);
             fusiontest::addNoise(b.planes[k + 1].y, rng.uniform(4, 30), seed + 10 + k);
             fusiontest::addNoise(b.planes[k + 1].first, rng.uniform(0, 12), seed + 20 + k);
         }

@@ -27,9 +27,6 @@ inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
     for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));
 }
 
-using trvtest::shifted;
-using trvtest::texturedPlanes;
-
 struct Frames {
     int W, H;
     std::vector<trvtest::Planes422> planes;

@@ -44,15 +44,12 @@ TEST(FusionTables, UnreadTablesExist) {
               (std::vector<float>{1.0f / 16.0f, 1.0f / 96.0f, 20000.0f, 12.0f}));
 }
 
-TEST(FusionVectors, QuarterScaleRoundsHalvesAwayFromZero) {
+TEST(FusionVectors, QuarterScaleRoundingAndRightmostFallBack) {
     const int cases[][2] = {{-6, -2}, {6, 2}, {-5, -1}, {5, 1}, {-2, -1}, {2, 1}, {-1, 0}, {1, 0}, {0, 0}, {-10, -3}};
     for (const auto& c : cases) EXPECT_EQ(trv::quarterOf(c[0]), c[1]) << c[0];
-}
-
-// The rightmost block takes block 6's vector when either axis differs by more than 4.
-TEST(FusionVectors, RightmostBlockFallsBackOnlyBeyondFour) {
-    const int cases[][6] = {{10, 3, 5, 3, 5, 3}, {10, 3, 6, 3, 10, 3}, {0, -5, 1, 0, 1, 0}, {0, -4, 4, 0, 0, -4}};
-    for (const auto& c : cases) {
+    // The rightmost block takes block 6's vector when either axis differs by more than 4.
+    const int fallBacks[][6] = {{10, 3, 5, 3, 5, 3}, {10, 3, 6, 3, 10, 3}, {0, -5, 1, 0, 1, 0}, {0, -4, 4, 0, 0, -4}};
+    for (const auto& c : fallBacks) {
         MV1 right{c[0], c[1], {}, 0}, left{c[2], c[3], {}, 0};
         trv::fallBackToLeftNeighbour(&right, &left);
         EXPECT_EQ(std::make_pair(right.x, right.y), std::make_pair(c[4], c[5])) << c[0] << "," << c[1];

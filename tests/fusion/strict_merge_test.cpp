@@ -55,10 +55,10 @@ void publish(Scene& s, const Member& m) { s.publish(m.code, static_cast<size_t>(
 Scene randomScene(int W, int H, int others, uint32_t seed) {
     trvtest::Rng rng(seed);
     Scene s(W, H, others);
-    s.planes[0] = fusiontest::texturedPlanes(W, H, seed);
+    s.planes[0] = trvtest::texturedPlanes(W, H, seed);
     for (int k = 0; k < others; ++k) {
         s.mvs[k] = MV1{rng.uniform(-5, 5), rng.uniform(-5, 5), {0, 0, 0, 0}, 0.0};
-        auto& p = s.planes[k + 1] = fusiontest::shifted(s.planes[0], s.mvs[k].x, s.mvs[k].y);
+        auto& p = s.planes[k + 1] = trvtest::shifted(s.planes[0], s.mvs[k].x, s.mvs[k].y);
         fusiontest::addNoise(p.y, 40, seed + 10 * k + 1);
         fusiontest::addNoise(p.first, 10, seed + 10 * k + 2);
         fusiontest::addNoise(p.second, 10, seed + 10 * k + 3);
