@@ -3,17 +3,67 @@
 // the tail, for every supported frame count and widths that leave tails.
 #include <gtest/gtest.h>
 
-#include <array>
 #include <vector>
 
-#include "fusion/blend_model.h"
-#include "fusion/divide_lanes.h"
-#include "support/synthetic.h"
-#include "trv/stages.h"
+#include "fusion/fusion_scene.h"
 
 namespace {
 
-using blendmodel::setFrameCount;
+using fusiontest::setFrameCount;
+
+// Plain scalar models of the two blending rules, written from their description.
+// Vector division of a sum by d, keeping the low byte.
+uint8_t vectorDivide(unsigned v, int d) {
+    switch (d) {
+        case 1: return static_cast<uint8_t>(v);
+        case 2: return static_cast<uint8_t>((v + 1) >> 1);
+        case 4: return static_cast<uint8_t>((v + 2) >> 2);
+        default: break;
+    }
+    const float factor = d == 3 ? 0.3334f : d == 5 ? 0.2f : 0.1667f;
+    const float product = static_cast<float>(v) * factor;
+    const float rounded = 0.5f + product;
+    return static_cast<uint8_t>(static_cast<uint32_t>(rounded));
+}
+
+// Vector luma rule for n >= 2, pair mean for n = 1.
+uint8_t vectorLuma(int x, const int* f, int n) {
+    if (n == 1) return static_cast<uint8_t>((x + std::clamp(f[0], std::max(x - 16, 0), std::min(x + 16, 255)) + 1) >> 1);
+    unsigned s24 = 0, s16 = static_cast<unsigned>(x);
+    for (int k = 0; k < n; ++k) {
+        s24 += static_cast<unsigned>(std::clamp(f[k], std::max(x - 24, 0), std::min(x + 24, 255)));
+        s16 += static_cast<unsigned>(std::clamp(f[k], std::max(x - 16, 0), std::min(x + 16, 255)));
+    }
+    if (std::abs(static_cast<int>(s24) - n * x) >= 16 * n) return vectorDivide(s24, n);
+    return vectorDivide(s16, n + 1);
+}
+
+// Scalar luma rule: truncating division, ">" instead of ">="; one frame
+// keeps its rounded pair mean.
+uint8_t tailLuma(int x, const int* f, int n) {
+    if (n == 1) return static_cast<uint8_t>((std::clamp(f[0] - x, -16, 16) + 2 * x + 1) >> 1);
+    int d24 = 0, d16 = 0;
+    for (int k = 0; k < n; ++k) {
+        const int d = std::clamp(x - f[k], -24, 24);
+        d24 += d;
+        d16 += std::clamp(d, -16, 16);
+    }
+    if (std::abs(d24) <= 16 * n) return static_cast<uint8_t>(x - d16 / (n + 1));
+    return static_cast<uint8_t>(x - d24 / n);
+}
+
+uint8_t vectorChroma(int c, const int* f, int n) {
+    unsigned s = static_cast<unsigned>(c);
+    for (int k = 0; k < n; ++k) s += static_cast<unsigned>(std::clamp(f[k], std::max(c - 10, 0), std::min(c + 10, 255)));
+    return vectorDivide(s, n + 1);
+}
+
+// Scalar chroma rule, for every frame count (no pair-mean tail).
+uint8_t tableChroma(int c, const int* f, int n) {
+    int s = 0;
+    for (int k = 0; k < n; ++k) s += std::clamp(c - f[k], -10, 10);
+    return static_cast<uint8_t>(c - s / (n + 1));
+}
 
 constexpr uint8_t kUntouched = 0xA5;
 
@@ -31,7 +81,7 @@ struct Burst {
             std::vector<uint8_t> f(bytes);
             for (size_t i = 0; i < bytes; ++i) {
                 const int pick = rng.uniform(0, 7);
-                f[i] = pick == 0 ? rng.byte() : static_cast<uint8_t>(blendmodel::clampTo(ref[i] + rng.uniform(-40, 40), 0, 255));
+                f[i] = pick == 0 ? rng.byte() : static_cast<uint8_t>(std::clamp(ref[i] + rng.uniform(-40, 40), 0, 255));
             }
             frames.push_back(std::move(f));
         }
@@ -47,42 +97,31 @@ int want(const Burst& b, size_t i, int c, int width, int vectorEnd, bool luma) {
     int f[5];
     for (int k = 0; k < n; ++k) f[k] = b.frames[k][i];
     if (c >= width) return kUntouched;
-    if (luma) return c < vectorEnd ? blendmodel::vectorLuma(x, f, n) : blendmodel::tailLuma(x, f, n);
-    return c < vectorEnd ? blendmodel::vectorChroma(x, f, n) : blendmodel::tableChroma(x, f, n);
+    if (luma) return c < vectorEnd ? vectorLuma(x, f, n) : tailLuma(x, f, n);
+    return c < vectorEnd ? vectorChroma(x, f, n) : tableChroma(x, f, n);
 }
 
-class BlendKernels : public ::testing::Test {
-protected:
-    void SetUp() override { saved = {gW, gH, gINFormat, gNum}; }
-    void TearDown() override {
-        gW = saved[0], gH = saved[1], gINFormat = saved[2];
-        setFrameCount(saved[3]);
-    }
-    // Runs `blend` for 1 .. 5 other frames and widths 1 .. 40 on random
-    // bursts, then `check` compares every output byte.
-    template <class Blend, class Check>
-    void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
-        for (int n = 1; n <= 5; ++n) {
-            setFrameCount(n);
-            for (int width = 1; width <= 40; ++width) {
-                SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
-                Burst burst(inBytes, n, static_cast<uint32_t>(n * 100 + width + inBytes));
-                std::vector<uint8_t> out(outBytes, kUntouched);
-                blend(burst, out.data(), width);
-                check(burst, out, width);
-                if (HasFatalFailure()) return;
-            }
+// Runs `blend` for 1 .. 5 other frames and widths 1 .. 40 on random bursts,
+// then `check` compares every output byte.
+template <class Blend, class Check>
+void sweep(size_t inBytes, size_t outBytes, Blend blend, Check check) {
+    for (int n = 1; n <= 5; ++n) {
+        setFrameCount(n);
+        for (int width = 1; width <= 40; ++width) {
+            SCOPED_TRACE(testing::Message() << "n " << n << " width " << width);
+            Burst burst(inBytes, n, static_cast<uint32_t>(n * 100 + width + inBytes));
+            std::vector<uint8_t> out(outBytes, kUntouched);
+            blend(burst, out.data(), width);
+            check(burst, out, width);
+            if (::testing::Test::HasFatalFailure()) return;
         }
     }
-    std::array<int, 4> saved{};
-};
+}
 
-using Out = std::vector<uint8_t>;
-
-TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
+TEST(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
     gW = 48;  // 3 rows
     sweep(144, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_Y_neon(b.ref.data(), b.at(), out, width, 3); },
-          [](const Burst& b, const Out& out, int width) {
+          [](const Burst& b, const auto& out, int width) {
               for (int i = 0; i < 144; ++i) ASSERT_EQ(out[i], want(b, i, i % 48, width, width & ~7, true)) << i;
           });
 }
@@ -91,12 +130,12 @@ TEST_F(BlendKernels, LumaVectorBodyAndTableTailMatchTheirRules) {
 // 0 .. 4 giving chroma rows 0, 2, 4; planar 4:2:2 (code 0) one sample of
 // each plane per two luma columns, interleaved on output, 16 columns a
 // vector. Every second chroma row is dropped.
-TEST_F(BlendKernels, ChromaMatchesRulesInEveryLayout) {
+TEST(BlendKernels, ChromaMatchesRulesInEveryLayout) {
     gW = 48, gH = 5;
     for (int format : {0, 1, 4}) {
         gINFormat = format;
         sweep(240, 144, [](Burst& b, uint8_t* out, int width) { mergeBlk_uv_neon(b.ref.data(), b.at(), out, width, 5); },
-              [format](const Burst& b, const Out& out, int width) {
+              [format](const Burst& b, const auto& out, int width) {
                   for (int r = 0; r < 5; r += 2)
                       for (int c = 0; c < 48; ++c) {
                           const int i = format == 0 ? (c & 1) * 120 + r * 24 + c / 2 : (format == 1 ? r : r / 2) * 48 + c;
@@ -108,11 +147,11 @@ TEST_F(BlendKernels, ChromaMatchesRulesInEveryLayout) {
 }
 
 // Packed rows 40 wide: luma of every row, chroma of even rows.
-TEST_F(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
+TEST(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
     gW = 40;
     sweep(240, 200,
           [](Burst& b, uint8_t* out, int width) { mergeBlk_YUV_neon_YUYV(b.ref.data(), b.at(), out, out + 120, width, 3); },
-          [](const Burst& b, const Out& out, int width) {
+          [](const Burst& b, const auto& out, int width) {
               for (int r = 0; r < 3; ++r)
                   for (int c = 0; c < 40; ++c) {
                       const size_t i = r * 80 + 2 * c;
@@ -124,47 +163,10 @@ TEST_F(BlendKernels, PackedRowsGiveLumaAndEvenRowChroma) {
           });
 }
 
-TEST_F(BlendKernels, WorkedLumaExamplesOnBothPaths) {
-    struct Case {
-        int x;
-        std::vector<int> frames;
-        int vectorWant, tailWant;
-    };
-    const Case cases[] = {
-        // 250 with 255, 255: 760 x 0.3334 + 0.5 = 253.88; the tail: 250 + 10 / 3.
-        {250, {255, 255}, 253, 253},
-        // |232 - 200| = 32 = 16 N: ">=" takes the frames-only mean 116, the
-        // tail's ">" the all-frames mean 100 + 32 / 3 truncated.
-        {100, {116, 116}, 116, 110},
-        // Three frames 40 above 100: clamped to 124 each, |372 - 300| >= 48.
-        {100, {140, 140, 140}, 124, 124},
-        // One frame: clamp to +-16, rounded pair mean, on both paths.
-        {100, {140}, 108, 108},
-        {5, {0}, 3, 3},
-    };
-    gW = 8;
-    const uint16x8_t savedNum16 = NUM_16;
-    NUM_16 = vdupq_n_u16(80);  // left by a five-frame fusion: not the threshold
-    for (const Case& cs : cases) {
-        setFrameCount(static_cast<int>(cs.frames.size()));
-        std::vector<uint8_t> ref(8, static_cast<uint8_t>(cs.x));
-        std::vector<std::vector<uint8_t>> f;
-        std::vector<unsigned char*> p;
-        for (int v : cs.frames) f.emplace_back(8, static_cast<uint8_t>(v));
-        for (auto& row : f) p.push_back(row.data());
-        for (int width : {8, 1}) {
-            std::vector<uint8_t> out(8, 0);
-            mergeBlk_Y_neon(ref.data(), p.data(), out.data(), width, 1);
-            EXPECT_EQ(out[0], width == 8 ? cs.vectorWant : cs.tailWant) << cs.x << " width " << width;
-        }
-    }
-    NUM_16 = savedNum16;
-}
-
 // Chroma 100 with one frame at 103: the vector path rounds the pair mean to
 // 102, every tail divides -3 by table: 100 - trunc(-3 / 2) = 101. Luma of the
 // packed rows (100 with 103) keeps its pair mean, 102, on both paths.
-TEST_F(BlendKernels, OneFrameChromaTailDividesByTable) {
+TEST(BlendKernels, OneFrameChromaTailDividesByTable) {
     gW = 16, gH = 2;
     setFrameCount(1);
     std::vector<uint8_t> ref(64, 100), frame(64, 103), out(48);
@@ -174,8 +176,7 @@ TEST_F(BlendKernels, OneFrameChromaTailDividesByTable) {
             gINFormat = format;
             std::fill(out.begin(), out.end(), 0);
             mergeBlk_uv_neon(ref.data(), frames, out.data(), width, 2);
-            const int vectorStep = format == 0 ? 16 : 8;
-            EXPECT_EQ(out[0], width >= vectorStep ? 102 : 101) << format << " width " << width;
+            EXPECT_EQ(out[0], width >= (format == 0 ? 16 : 8) ? 102 : 101) << format << " width " << width;
         }
         mergeBlk_YUV_neon_YUYV(ref.data(), frames, out.data(), out.data() + 32, width, 2);
         EXPECT_EQ(out[0], 102) << "packed luma width " << width;
@@ -183,30 +184,34 @@ TEST_F(BlendKernels, OneFrameChromaTailDividesByTable) {
     }
 }
 
-template <int D>
-uint16x8_t inlineDivide(uint16x8_t v) {
-    return trv::LaneDivider<D>()(v);
+// "compared with 16 * N": 100 with two frames at 116 deviates by exactly
+// 32 = 16 N, so the vector path takes the frames-only mean 116 even while
+// NUM_16 holds 80 (left by a five-frame fusion); the tail's ">" keeps the
+// mean with the reference, 100 + 32 / 3 truncated: 110.
+TEST(BlendKernels, LumaThresholdIsSixteenTimesThisCallsCount) {
+    gW = 8;
+    setFrameCount(2);
+    NUM_16 = vdupq_n_u16(80);
+    std::vector<uint8_t> ref(8, 100), frame(8, 116), out(8);
+    unsigned char* frames[] = {frame.data(), frame.data()};
+    for (int width : {8, 1}) {
+        mergeBlk_Y_neon(ref.data(), frames, out.data(), width, 1);
+        EXPECT_EQ(out[0], width == 8 ? 116 : 110) << "width " << width;
+    }
 }
 
-// The routines, and the inline dividers the kernels use in their place, on
-// every input.
+// The division routines on every input.
 TEST(BlendConstants, DivisionRoutinesOnEveryInput) {
     using Divider = uint8x8_t (*)(uint16x8_t);
     const Divider routines[] = {Divfun1, Divfun2, Divfun3, Divfun4, Divfun5, Divfun6};
-    using Inline = uint16x8_t (*)(uint16x8_t);
-    const Inline inlined[] = {inlineDivide<1>, inlineDivide<2>, inlineDivide<3>,
-                              inlineDivide<4>, inlineDivide<5>, inlineDivide<6>};
     for (int d = 1; d <= 6; ++d) {
         for (uint32_t base = 0; base < 65536; base += 8) {
-            uint16_t in[8], lanes[8];
+            uint16_t in[8];
             for (int lane = 0; lane < 8; ++lane) in[lane] = static_cast<uint16_t>(base + lane);
             uint8_t out[8];
             vst1_u8(out, routines[d - 1](vld1q_u16(in)));
-            vst1q_u16(lanes, inlined[d - 1](vld1q_u16(in)));
-            for (int lane = 0; lane < 8; ++lane) {
-                ASSERT_EQ(out[lane], blendmodel::vectorDivide(in[lane], d)) << "divide by " << d << " of " << in[lane];
-                ASSERT_EQ(lanes[lane] & 0xFF, out[lane]) << "inline divide by " << d << " of " << in[lane];
-            }
+            for (int lane = 0; lane < 8; ++lane)
+                ASSERT_EQ(out[lane], vectorDivide(in[lane], d)) << "divide by " << d << " of " << in[lane];
         }
     }
 }

@@ -125,80 +125,34 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
                           {2720, 210, 0, 5, ClassifySamples::PlanarLuma},   {4000, 225, 2, 3, ClassifySamples::PackedLuma},
                           {4000, 224, 4, 1, ClassifySamples::LumaAndColour}, {6, 4, 4, 3, ClassifySamples::LumaAndColour},
                           {2, 2, 2, 3, ClassifySamples::PackedLuma}};
-    int interior = 0, hits = 0, total = 0;
+    int hits = 0, total = 0;
     for (const Case& cs : cases) {
         const uint32_t seed = 7u * cs.others + static_cast<uint32_t>(cs.W + cs.H);
         trvtest::Rng rng(seed);
         Frames b(cs.W, cs.H, cs.others);
-        b.planes[0] = fusiontest::texturedPlanes(cs.W, cs.H, seed);
+        b.planes[0] = trvtest::texturedPlanes(cs.W, cs.H, seed);
         fusiontest::addNoise(b.planes[0].y, rng.uniform(0, 8), seed + 1);
         for (int k = 0; k < cs.others; ++k) {
             const int reach = cs.W < 10 ? 300 : k == 2 ? std::min(cs.W, cs.H) / 3 : k == 1 ? 30 : 7;
             b.mvs[k] = MV1{rng.uniform(-reach, reach), rng.uniform(-reach, reach), {0, 0, 0, 0}, 0.0};
-            b.planes[k + 1] = fusiontest::shifted(b.planes[0], b.mvs[k].x, b.mvs[k].y);
+            b.planes[k + 1] = trvtest::shifted(b.planes[0], b.mvs[k].x, b.mvs[k].y);
             fusiontest::addNoise(b.planes[k + 1].y, rng.uniform(4, 30), seed + 10 + k);
             fusiontest::addNoise(b.planes[k + 1].first, rng.uniform(0, 12), seed + 20 + k);
         }
         b.publish(cs.code, 0);
         for (int tile : {0, 27, 29, 36, 44, 63}) {
-            gMeanY = tile % 2 ? 40 : 12;
+            gMeanY = tile % 2 ? 19 : 18;  // either side of the dark threshold
             const trv::TileGeometry g = trv::tileGeometry(tile, cs.W, cs.H);
             std::vector<int32_t> got(g.rows * g.cols * trv::kMaxClassifyFrames, 0);
             trv::countDisagreements(g, tile, cs.samples, got.data());
             const std::vector<int> want = modelCounts(b, cs.samples, tile);
             ASSERT_EQ(std::vector<int>(got.begin(), got.end()), want)
                 << cs.W << "x" << cs.H << " code " << cs.code << " tile " << tile << " others " << cs.others;
-            for (int r = 0; r < g.rows; ++r)
-                for (int c = 0; c < g.cols; ++c) {
-                    const int bx = g.x0 - g.block + c * g.block, by = g.y0 - g.block + r * g.block;
-                    interior += bx >= 82 && bx + g.block + 3 < cs.W - 78 && by >= 82 && by + g.block + 3 < cs.H - 78;
-                }
             for (int v : want) hits += v > 0, total += 1;
         }
     }
-    // Interior blocks are reached, and counts are neither all zero nor all full.
-    EXPECT_GT(interior, 100);
+    // Enough samples disagree for the comparison to mean something.
     EXPECT_GT(hits, total / 10);
-}
-
-// Uniform scenes, tile 27 of 416 x 352, one other frame: the verdict of the
-// whole tile from the local threshold (12 in the dark, else the activity
-// clamped to 20 .. 35 with colour, 16 .. 25 on luma alone).
-TEST(BlockClassify, UniformScenesFollowTheLocalThreshold) {
-    struct Case {
-        const char* what;
-        int frameLuma, frameChroma, meanY, code;
-        bool stripes, moving;
-    };
-    const Case cases[] = {
-        {"13 apart, dark", 113, 128, 18, 4, false, true},      {"13 apart, dark, luma", 113, 128, 18, 1, false, true},
-        {"13 apart, flat colour", 113, 128, 19, 4, false, false}, {"13 apart, flat luma", 113, 128, 19, 2, false, false},
-        {"17 apart, flat colour", 117, 128, 19, 4, false, false}, {"17 apart, flat luma", 117, 128, 19, 0, false, true},
-        // Stripes two columns wide, 30 apart: activity 60, capped at 35 / 25.
-        {"stripes, colour", 130, 128, 19, 4, true, false},     {"stripes, luma", 130, 128, 19, 1, true, true},
-        // A colour change alone moves only the semi-planar 4:2:0 layout.
-        {"colour, NV21", 100, 60, 40, 4, false, true},         {"colour, NV16", 100, 60, 40, 1, false, false},
-        {"colour, YV16", 100, 60, 40, 0, false, false},        {"colour, packed", 100, 60, 40, 2, false, false},
-    };
-    gMergeEnhanceID = 1;
-    for (const Case& cs : cases) {
-        Frames b(416, 352, 1);
-        for (int y = 0; y < b.H; ++y)
-            for (int x = 0; x < b.W; ++x) {
-                const int high = cs.stripes && (x / 2) % 2 ? 30 : 0;
-                b.luma(0, x, y) = static_cast<uint8_t>(100 + high);
-                b.luma(1, x, y) = static_cast<uint8_t>(cs.frameLuma + high);
-                b.chroma(1, 0, x, y) = static_cast<uint8_t>(cs.frameChroma);
-            }
-        b.publish(cs.code, 0);
-        gMeanY = cs.meanY;
-        const trv::TileGeometry g = trv::tileGeometry(27, b.W, b.H);
-        std::vector<int> map(g.rows * g.cols, 0);
-        trv::classifyBlocks(g, 27, cs.code == 4 ? ClassifySamples::LumaAndColour
-                                   : cs.code == 2 ? ClassifySamples::PackedLuma : ClassifySamples::PlanarLuma,
-                            map.data());
-        EXPECT_EQ(std::count(map.begin(), map.end(), 1) > 0, cs.moving) << cs.what;
-    }
 }
 
 }  // namespace

@@ -6,20 +6,26 @@
 #include <cstdlib>
 #include <vector>
 
-#include "fusion/blend_model.h"
 #include "support/layouts.h"
 #include "support/synthetic.h"
 #include "trv/stages.h"
 
 namespace fusiontest {
 
+// Frame-count tables for n other frames, as the fusion driver builds them.
+inline void setFrameCount(int n) {
+    gNum = n;
+    for (int v = -120; v <= 120; ++v) {
+        divNUM[v + 120] = n > 0 ? v / n : 0;
+        divNUM_1[v + 120] = v / (n + 1);
+    }
+    setfunc();
+}
+
 inline void addNoise(std::vector<uint8_t>& plane, int reach, uint32_t seed) {
     trvtest::Rng rng(seed);
     for (auto& v : plane) v = static_cast<uint8_t>(std::clamp(v + rng.uniform(-reach, reach), 0, 255));
 }
-
-using trvtest::shifted;
-using trvtest::texturedPlanes;
 
 struct Frames {
     int W, H;
@@ -48,7 +54,7 @@ struct Frames {
         bytes.clear();
         for (auto& p : planes) bytes.push_back(trvtest::toLayout(p, code));
         gINFormat = code, gW = W, gH = H, Y_SIZE = W * H, Y_SIZE_HALF = (W * H) >> 1;
-        blendmodel::setFrameCount(others());
+        setFrameCount(others());
         for (size_t f = 0; f < bytes.size(); ++f) gMergeInput[f] = bytes[f].data();
         for (int k = 0; k < others(); ++k)
             for (int t = 0; t < 64; ++t) gMergeMV[k][t] = &mvs[k];

@@ -74,7 +74,7 @@ TEST(SimpleFusion, ShiftedCopiesGiveTheReferenceAwayFromTheStrips) {
         for (int k = 0; k < n; ++k) {
             const auto [mx, my] = vectors[k];
             b.mvs[k] = MV1{mx, my, {}, 0.0};
-            b.planes[k + 1] = fusiontest::shifted(b.planes[0], mx, my);
+            b.planes[k + 1] = trvtest::shifted(b.planes[0], mx, my);
             top = std::max(top, -my), bottom = std::max(bottom, my), left = std::max(left, -mx), right = std::max(right, mx);
         }
         const std::vector<uint8_t> out = fuseAll(b, code, 0xEE), want = trvtest::toSemiPlanar420(b.planes[0]);

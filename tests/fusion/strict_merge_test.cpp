@@ -55,10 +55,10 @@ void publish(Scene& s, const Member& m) { s.publish(m.code, static_cast<size_t>(
 Scene randomScene(int W, int H, int others, uint32_t seed) {
     trvtest::Rng rng(seed);
     Scene s(W, H, others);
-    s.planes[0] = fusiontest::texturedPlanes(W, H, seed);
+    s.planes[0] = trvtest::texturedPlanes(W, H, seed);
     for (int k = 0; k < others; ++k) {
         s.mvs[k] = MV1{rng.uniform(-5, 5), rng.uniform(-5, 5), {0, 0, 0, 0}, 0.0};
-        auto& p = s.planes[k + 1] = fusiontest::shifted(s.planes[0], s.mvs[k].x, s.mvs[k].y);
+        auto& p = s.planes[k + 1] = trvtest::shifted(s.planes[0], s.mvs[k].x, s.mvs[k].y);
         fusiontest::addNoise(p.y, 40, seed + 10 * k + 1);
         fusiontest::addNoise(p.first, 10, seed + 10 * k + 2);
         fusiontest::addNoise(p.second, 10, seed + 10 * k + 3);
@@ -81,30 +81,21 @@ TEST(StrictMerge, RowsGiveTheBytesOfOneCallPerQuad) {
             s.mvs[others - 1].x = 9 - 2 * others;  // far enough for some groups to reach an edge
             publish(s, m);
             gColor_offset = 0.8f;
-            const std::vector<uint8_t> before = s.out;
             trvtest::Rng rng(others + 10u * member);
-            std::vector<int> ys;
-            std::vector<std::vector<int>> xs;
-            std::vector<std::vector<float>> ws;
-            for (int y = -2; y <= H; y += 2) {
-                ys.push_back(trv::reflectInto(y, H));
-                xs.emplace_back();
-                ws.emplace_back();
-                for (int x = -4; x <= W + 2; x += 2) {
-                    xs.back().push_back(trv::reflectInto(x, W));
-                    ws.back().push_back(weights[rng.uniform(0, 8)]);
-                }
-            }
-            for (size_t r = 0; r < xs.size(); ++r)
-                for (size_t i = 0; i < xs[r].size(); ++i)
-                    runQuad(s, m, xs[r][i], ys[r], ws[r][i]);
-            const std::vector<uint8_t> perQuad = s.out;
-            s.out = before;
-            gMergrOut = s.out.data();
+            std::vector<uint8_t> perQuad = s.out;
             std::array<int, 5> parity = parities(s);
             const trv::StrictTile tile = trv::strictTile(m.layout, kTile, parity.data());
-            for (size_t r = 0; r < xs.size(); ++r)
-                trv::strictMergeRow(tile, ys[r], xs[r].data(), ws[r].data(), static_cast<int>(xs[r].size()));
+            std::vector<int> xs;
+            for (int x = -4; x <= W + 2; x += 2) xs.push_back(trv::reflectInto(x, W));
+            for (int y = -2; y <= H; y += 2) {
+                const int row = trv::reflectInto(y, H);
+                std::vector<float> ws;
+                for (size_t i = 0; i < xs.size(); ++i) ws.push_back(weights[rng.uniform(0, 8)]);
+                gMergrOut = perQuad.data();
+                for (size_t i = 0; i < xs.size(); ++i) runQuad(s, m, xs[i], row, ws[i]);
+                gMergrOut = s.out.data();
+                trv::strictMergeRow(tile, row, xs.data(), ws.data(), static_cast<int>(xs.size()));
+            }
             ASSERT_EQ(s.out, perQuad) << m.name << " with " << others << " other frames";
         }
     }
