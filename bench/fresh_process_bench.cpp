@@ -2,7 +2,10 @@
 // page faults and peak memory: each iteration starts trv_first_call, a fresh
 // process that builds the benchmark burst and calls the pipeline 5 times,
 // and reads its per-call lines. The reported time is the first call's.
-//   first_ms, later_ms    first call; median of the later calls
+//   first_ms, later_ms    medians over the processes of the first call and
+//                         of the later calls (a first call varies by a
+//                         tenth or more from one process to the next on a
+//                         virtual machine, hence 9 processes a case)
 //   x_later               first_ms / later_ms
 //   faults_first, faults_later   minor page faults of a call
 //   peak_first_mib, peak_later_mib  memory a call held beyond the process's
@@ -79,7 +82,7 @@ BENCHMARK(BM_FreshProcess)
     ->Args({4000, 3000, 6})
     ->Args({4000, 3000, 2})
     ->Args({1920, 1080, 6})
-    ->Iterations(3)
+    ->Iterations(9)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
