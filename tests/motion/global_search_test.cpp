@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "motion/scene.h"
+#include "support/layouts.h"
 #include "trv/stages.h"
 
 namespace {
@@ -38,8 +39,8 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
         {160, 120, 16, true, true, {{0, 0}, {3, -7}, {-12, 12}, {0, 0}, {12, 5}}},
         // k = 2, R = 67: the grid -67 + 4j, no refinement.
         {1024, 768, 24, true, true, {{0, 0}, {3, -5}, {-13, 7}}},
-        // k = 4: coarse step 16, passes at 8 and 4.
-        {4000, 3000, 40, false, true, {{0, 0}, {-21, 11}}},
+        // k = 4, R = 24: the grid -24 + 16j, passes at 8 and 4.
+        {2064, 240, 24, false, true, {{0, 0}, {-20, 12}}},
         // R = 66, so -66 + 4j holds -66; R = 69 is capped to 67 (-69 + 4j would miss it).
         {660, 660, 70, false, true, {{0, 0}, {66, 66}}},
         {690, 690, 70, false, true, {{0, 0}, {67, 67}}},
@@ -47,11 +48,14 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
         {2000, 680, 80, true, false, {{0, 0}, {-5, 71}}},
     };
     for (const auto& t : cases) {
-        motiontest::Scene scene(t.W, t.H, t.pad, t.W + t.H);
+        const trvtest::Planes422 scene = trvtest::texturedPlanes(t.W + 2 * t.pad, t.H + 2 * t.pad, t.W + t.H);
         for (bool planar : {true, false}) {
             if (!planar && !t.packedToo) continue;
             std::vector<std::vector<uint8_t>> frames;
-            for (const Origin& o : t.origins) frames.push_back(scene.frame(o.x, o.y, planar));
+            for (const Origin& o : t.origins) {
+                const auto frame = trvtest::cropPlanes(scene, t.pad + o.x, t.pad + o.y, t.W, t.H);
+                frames.push_back(trvtest::toLayout(frame, planar ? 4 : 2));
+            }
             const std::vector<MV1> found = search(frames, t.W, t.H, planar);
             for (size_t i = 1; i < t.origins.size(); ++i) {
                 SCOPED_TRACE(::testing::Message() << t.W << "x" << t.H << " planar " << planar << " frame " << i);
