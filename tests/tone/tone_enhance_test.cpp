@@ -3,6 +3,7 @@
 // the plain layout conversions.
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "support/layouts.h"
 #include "tone/tone_test.h"
@@ -72,12 +73,12 @@ Bytes convertModel(const Bytes& frame, int W, int H, int format) {
 }
 
 TEST_F(ToneEnhance, CellSizeAndTableSetFollowTheStatedInputs) {
-    Bytes big = randomFrame(4000, 2000, 3);  // the pipeline's size, not w x h, picks the cell size
-    EXPECT_EQ(enhance(big, 4000, 2000, 4, 0, 0, 5000, 5000)[7999999], big[7999999]);  // exactly 8,000,000 pixels
-    EXPECT_EQ(gDown_level, 4);
-    Bytes line(8000001, 9);
-    enhance(line, 8000001, 1, 4, 0);  // one more pixel
-    EXPECT_EQ(gDown_level, 8);
+    // Cells of 4 up to 8,000,000 pixels of the pipeline's size, not of w x h.
+    for (auto [W, L] : {std::pair{8000000, 4}, {8000001, 8}}) {
+        Bytes line(W, 9);
+        enhance(line, W, 1, 4, 0, 0, 5000, 5000);
+        EXPECT_EQ(gDown_level, L) << W;
+    }
     const int32_t* gains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
     const float* factors[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
     Bytes in = randomFrame(8, 8, 1);
