@@ -93,12 +93,6 @@ TEST(FrameScreening, LimitsClampAndCompaction) {
             }
         }
     }
-    // Entries past the survivors keep what they held.
-    Burst b(6, 100, {{1, -1, 1}, {57, 0, 1}, {3, -3, 1}, {0, -60, 1}, {5, -5, 1}});
-    b.screen();
-    EXPECT_EQ(b.frames[3], &b.frameBytes[4]);
-    EXPECT_EQ(b.records[3].y, -60);
-    EXPECT_EQ(b.records[4].x, 5);
 }
 
 TEST(FrameScreening, NoiseEstimateVisitsBlocksThatStartBelowTheLastFullOne) {

@@ -85,7 +85,7 @@ TEST(GlobalSearch, TiesGoToTheFirstCandidateAndSingleFramesTouchNothing) {
     EXPECT_EQ(gMEInput, nullptr);
 }
 
-TEST(AlignmentError, SixFramesRemeasureAllButTheFirstRecord) {
+TEST(AlignmentError, FramesPastTheSecondAreRemeasured) {
     // 101 x 77: the crop is 81 x 63 at (10, 7), sampled every fourth row and
     // column from its corner: 16 x 21 = 336 samples; the vector is not applied.
     const int W = 101, H = 77;
@@ -112,23 +112,14 @@ TEST(AlignmentError, SixFramesRemeasureAllButTheFirstRecord) {
         for (int i = 0; i < 5; ++i)
             EXPECT_TRUE(records[i].err == want[i] && records[i].x == 4 * i) << i << " " << bytes;
         EXPECT_EQ(gCEInput, nullptr);
+        records[1].err = 8.0;
+        CalcError(base.data(), ptrs, mvs, W, H, 2);  // two frames measure nothing
+        EXPECT_EQ(records[1].err, 8.0);
+        CalcError(ptrs[0], ptrs, mvs, 1, 3, 3);  // a 1 x 3 crop is the whole frame, sampled at (0, 0) only
+        EXPECT_EQ(records[1].err, 10.0);
+        CalcError(ptrs[0], ptrs, mvs, 5, 0, 3);  // no crop rows
+        EXPECT_EQ(records[1].err, 0.0);
     }
-}
-
-TEST(AlignmentError, TwoFramesMeasureNothingAndTinyFramesMeasureZero) {
-    std::vector<uint8_t> a(40 * 40 * 2, 10), b(40 * 40 * 2, 200);
-    unsigned char* frames[2] = {b.data(), b.data()};
-    MV1 records[2] = {};
-    records[1].err = 8.0;
-    MV1* mvs[2] = {&records[0], &records[1]};
-    gINFormat = 4;
-    CalcError(a.data(), frames, mvs, 40, 40, 2);
-    EXPECT_EQ(records[1].err, 8.0);
-    // 1 x 3: the crop is the whole frame, sampled at (0, 0) only; no crop rows: 0.
-    CalcError(a.data(), frames, mvs, 1, 3, 3);
-    EXPECT_EQ(records[1].err, 190.0);
-    CalcError(a.data(), frames, mvs, 5, 0, 3);
-    EXPECT_EQ(records[1].err, 0.0);
 }
 
 }  // namespace
