@@ -56,7 +56,6 @@ TEST(Sobel, SixteenBitLaneSumsWrapOnlyPastTheirRange) {
     float whole = 0, inner = 0, mWhole = 0, mInner = 0;
     xCalcSobelHV(img.data(), w, h, &whole, &inner);
     modelSobel(img, w, h, &mWhole, &mInner);
-    EXPECT_GT(mWhole, 0.0f);
     EXPECT_LT(whole, mWhole) << "lane sums should have wrapped";
     EXPECT_EQ(inner, mInner);
 }

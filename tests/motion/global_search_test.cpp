@@ -13,7 +13,6 @@
 
 namespace {
 
-using motiontest::Origin;
 using motiontest::xy;
 
 // ME with frames[0] as the reference: the records of the others.
@@ -33,7 +32,7 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
     const struct {
         int W, H, pad;
         bool packedToo, zeroCost;
-        std::vector<Origin> origins;
+        std::vector<std::pair<int, int>> origins;  // where each frame is cut, off the centre
     } cases[] = {
         // k = 0, R = 12: every integer offset is a candidate.
         {160, 120, 16, true, true, {{0, 0}, {3, -7}, {-12, 12}, {0, 0}, {12, 5}}},
@@ -52,14 +51,15 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
         for (bool planar : {true, false}) {
             if (!planar && !t.packedToo) continue;
             std::vector<std::vector<uint8_t>> frames;
-            for (const Origin& o : t.origins) {
-                const auto frame = trvtest::cropPlanes(scene, t.pad + o.x, t.pad + o.y, t.W, t.H);
+            for (auto [x, y] : t.origins) {
+                const auto frame = trvtest::cropPlanes(scene, t.pad + x, t.pad + y, t.W, t.H);
                 frames.push_back(trvtest::toLayout(frame, planar ? 4 : 2));
             }
             const std::vector<MV1> found = search(frames, t.W, t.H, planar);
             for (size_t i = 1; i < t.origins.size(); ++i) {
                 SCOPED_TRACE(::testing::Message() << t.W << "x" << t.H << " planar " << planar << " frame " << i);
-                const std::pair want(t.origins[0].x - t.origins[i].x, t.origins[0].y - t.origins[i].y);
+                const std::pair want(t.origins[0].first - t.origins[i].first,
+                                     t.origins[0].second - t.origins[i].second);
                 EXPECT_EQ(xy(found[i - 1]), want);
                 EXPECT_TRUE(!t.zeroCost || found[i - 1].err == 0.0) << found[i - 1].err;
             }
@@ -105,7 +105,7 @@ TEST(AlignmentError, FramesPastTheSecondAreRemeasured) {
         MV1* mvs[5];
         for (int i = 0; i < 5; ++i)
             ptrs[i] = frames[i].data(), records[i] = motiontest::vec(4 * i, 0), mvs[i] = &records[i];
-        records[0].err = -1.0;
+        for (MV1& r : records) r.err = -1.0;  // left so unless measured
         gINFormat = bytes == 1 ? 0 : 2;
         CalcError(base.data(), ptrs, mvs, W, H, 6);
         const double want[5] = {-1.0, 0.0, 20.0 * 336, 100.0, 0.0};

@@ -1,5 +1,4 @@
-// Shared motion-test helpers: origins of frames cut from one scene, and short
-// ways to make and compare vectors.
+// Shared motion-test helpers: short ways to make and compare vectors.
 #pragma once
 
 #include <utility>
@@ -7,10 +6,6 @@
 #include "trv/stages.h"
 
 namespace motiontest {
-
-struct Origin {
-    int x, y;
-};
 
 inline MV1 vec(int x, int y) {
     MV1 m{};

@@ -14,6 +14,9 @@ using tonetest::Bytes;
 using tonetest::outputBytes;
 using tonetest::randomFrame;
 
+const int32_t* const kGains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
+const float* const kChromaFactors[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
+
 TEST(ToneTables, HandComputedEntries) {
     // Colour differences round half away from zero: 1.403 * -128 = -179.58,
     // 2 * 1.403 = 2.806, 1.773 * -128 = -226.94; symmetric about 128.
@@ -28,16 +31,15 @@ TEST(ToneTables, HandComputedEntries) {
     const int gains[3][6] = {{4210, 2401, 1570, 1256, 1110, 1024},
                              {2820, 1779, 1313, 1139, 1064, 1024},
                              {5056, 2645, 1654, 1292, 1123, 1024}};
-    const int32_t* tables[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
     for (int s = 0; s < 4; ++s) {
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(tables[s][points[i]], gains[std::min(s, 2)][i]) << s << " " << i;
-        EXPECT_EQ(tables[s][0], 0);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(kGains[s][points[i]], gains[std::min(s, 2)][i]) << s << " " << i;
+        EXPECT_EQ(kGains[s][0], 0);
     }
     const float chroma[2][4] = {{0.782f, 0.8383f, 0.8517f, 0.8603f}, {0.6689f, 0.7988f, 0.8301f, 0.85f}};
     const int at[4] = {16, 64, 128, 255};
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(uvScaleTable1[at[i]] == chroma[0][i] && uvScaleTable4[at[i]] == chroma[1][i]);
-    for (const float* f : {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4})
+    for (const float* f : kChromaFactors)
         EXPECT_TRUE(f[0] == 0.0f && f[1] == 0.0f);
 }
 
@@ -79,33 +81,36 @@ TEST_F(ToneEnhance, CellSizeAndTableSetFollowTheStatedInputs) {
         enhance(line, W, 1, 4, 0, 0, 5000, 5000);
         EXPECT_EQ(gDown_level, L) << W;
     }
-    const int32_t* gains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
-    const float* factors[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
     Bytes in = randomFrame(8, 8, 1);
     // ID, level, set; IDs 0 and 7 keep the last choice.
     for (auto [id, level, set] : {std::array{1, 99, 0}, {1, 100, 1}, {2, 0, 2}, {3, 500, 3}, {0, 5, 3}, {7, 0, 3}}) {
         enhance(in, 8, 8, 4, id, level);
-        EXPECT_TRUE(gScaleTb == gains[set] && gUVScaleTb == factors[set] && gColorEnhanceID == id) << id;
+        EXPECT_TRUE(gScaleTb == kGains[set] && gUVScaleTb == kChromaFactors[set] && gColorEnhanceID == id) << id;
     }
 }
 
 TEST_F(ToneEnhance, BrightnessPlaneHoldsHandComputedCells) {
-    // 8 x 6 at L = 4: one whole 4-row step, then a 2-row one averaging two
-    // samples. Luma 50 | 90, plus 1 in columns 2 and 6. V = 200 adds
+    // 8 x 6, luma 50 | 90, plus 1 in columns 2 and 6 and 4 in rows 4 and 5.
+    // At L = 4 one whole 4-row step, (50 + 51 + 54 + 55 + 2) >> 2 = 53, then
+    // a 2-row one, (54 + 55 + 1) >> 1 = 55. At L = 8 one 2-row cell whose
+    // second sample is four columns in: (50 + 90 + 1) >> 1 = 70. V = 200 adds
     // round(1.403 * 72) = 101 (G - Y = -51 loses); U = 20, V = 60 add
     // (11698 * 68 + 5636 * 108 + 8192) >> 14 = 86 (R - Y and B - Y are negative).
-    Bytes frame(8 * 6 + 8 * 3, 128), plane(4, 0);
-    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 90) + (i % 4 == 2));
+    Bytes frame(8 * 6 + 8 * 3, 128);
+    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 90) + (i % 4 == 2) + (i / 32) * 4);
     frame[48 + 5] = 200;  // pair of column 4, row 0
     frame[64] = 20;       // pair of column 0, row 4
     frame[65] = 60;
-    gW = 8;
-    gH = 6;
-    gDown_level = 4;
-    gCImgIn = frame.data();
-    gV = plane.data();
-    RGBConvert();
-    EXPECT_EQ(plane, (Bytes{51, 192, 137, 91}));
+    for (auto [L, want] : {std::pair{4, Bytes{53, 194, 141, 95}}, {8, Bytes{70}}}) {
+        Bytes plane(want.size(), 0);
+        gW = 8;
+        gH = 6;
+        gDown_level = L;
+        gCImgIn = frame.data();
+        gV = plane.data();
+        RGBConvert();
+        EXPECT_EQ(plane, want) << L;
+    }
 }
 
 TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
@@ -120,12 +125,11 @@ TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
             EXPECT_EQ(enhance(frame, 40, H, format, 7), want) << "H " << H << " format " << format;
         }
     }
-    Bytes frame = randomFrame(32, 32, 8), out(outputBytes(32, 32, 4), 77);  // no kernel for these cell sizes
-    gW = gH = 32;
-    gOUTFormat = 4;
-    gCImgIn = frame.data();
+    // Without a kernel for the cell size the bands write nothing. The entry
+    // leaves the state of a tone-mapping call behind.
+    Bytes frame = randomFrame(32, 32, 8), out(outputBytes(32, 32, 4), 77);
+    enhance(frame, 32, 32, 4, 1);
     gCImgOut = out.data();
-    gColorEnhanceID = 1;
     for (int L : {0, 5, -4}) {
         gDown_level = L;
         RunImgEnhance();
