@@ -38,6 +38,7 @@ TEST_F(MsrTest, LineFilterGivesHandComputedValuesInRowsAndColumns) {
         {{0, 0, 0, 255, 255, 255, 255, 255}, {31, 41, 52, 64, 76, 86, 94, 100}},
         {{255, 255, 255, 0, 0, 0, 0, 0, 0}, {221, 210, 197, 182, 167, 153, 141, 131, 125}},
         {{0, 255, 0, 255, 0, 255, 0}, {33, 40, 48, 56, 63, 68, 70}},
+        {{0, 0, 0}, {0, 0, 0}},  // the clamp at 0
         {{100}, {100}}};
     for (const auto& [in, want] : lines) {
         const int n = static_cast<int>(in.size());
