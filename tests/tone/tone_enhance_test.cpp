@@ -90,21 +90,23 @@ TEST_F(ToneEnhance, CellSizeAndTableSetFollowTheStatedInputs) {
 }
 
 TEST_F(ToneEnhance, BrightnessPlaneHoldsHandComputedCells) {
-    // 8 x 6, luma 50 | 90, plus 1 in columns 2 and 6 and 4 in rows 4 and 5.
-    // At L = 4 one whole 4-row step, (50 + 51 + 54 + 55 + 2) >> 2 = 53, then
-    // a 2-row one, (54 + 55 + 1) >> 1 = 55. At L = 8 one 2-row cell whose
-    // second sample is four columns in: (50 + 90 + 1) >> 1 = 70. V = 200 adds
-    // round(1.403 * 72) = 101 (G - Y = -51 loses); U = 20, V = 60 add
-    // (11698 * 68 + 5636 * 108 + 8192) >> 14 = 86 (R - Y and B - Y are negative).
-    Bytes frame(8 * 6 + 8 * 3, 128);
-    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 90) + (i % 4 == 2) + (i / 32) * 4);
-    frame[48 + 5] = 200;  // pair of column 4, row 0
-    frame[64] = 20;       // pair of column 0, row 4
-    frame[65] = 60;
-    for (auto [L, want] : {std::pair{4, Bytes{53, 194, 141, 95}}, {8, Bytes{70}}}) {
+    // 8 x 12, luma 50 | 91, plus 1 in columns 2 and 6 and 4 for each 4-row
+    // step down. At L = 4 every cell is a whole step, (50 + 51 + 54 + 55 + 2)
+    // >> 2 = 53; the last ones' lower samples lie past the luma, in the grey
+    // first chroma row: (58 + 59 + 128 + 128 + 2) >> 2 = 93. At L = 8 a whole
+    // step, (50 + 91 + 54 + 95 + 2) >> 2 = 73, then a 2-row one, (58 + 99 + 1)
+    // >> 1 = 79. V = 200 adds round(1.403 * 72) = 101 (G - Y = -51 loses);
+    // U = 20, V = 60 add (11698 * 68 + 5636 * 108 + 8192) >> 14 = 86 (R - Y
+    // and B - Y are negative).
+    Bytes frame(8 * 12 + 8 * 6, 128);
+    for (int i = 0; i < 96; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 91) + (i % 4 == 2) + (i / 32) * 4);
+    frame[96 + 5] = 200;  // pair of column 4, row 0
+    frame[112] = 20;      // pair of column 0, row 4
+    frame[113] = 60;
+    for (auto [L, want] : {std::pair{4, Bytes{53, 195, 143, 98, 93, 114}}, {8, Bytes{73, 79}}}) {
         Bytes plane(want.size(), 0);
         gW = 8;
-        gH = 6;
+        gH = 12;
         gDown_level = L;
         gCImgIn = frame.data();
         gV = plane.data();
