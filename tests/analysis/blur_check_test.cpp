@@ -38,31 +38,37 @@ struct Burst {
     float run() { return kickBlurPic(kept, &ref, &second, static_cast<int>(frames.size())); }
 };
 
-TEST(BlurCheck, ReferenceSecondDropsAndBrightness) {
+TEST(BlurCheck, ReferenceSecondDropsBrightnessAndRatio) {
     const struct {
         const char* what;
         std::vector<std::pair<int, int>> frames;
         int ref, second;
         std::vector<int> kept, normalLux;
         int normalLuminance;
+        float ratio;  // the second frame's sharpness over the reference's
     } cases[] = {
         // 40 / 60 = 0.67 is below 0.88: frame 0 is dropped.
-        {"sharpest is reference", {{100, 40}, {100, 60}, {100, 57}}, 1, 2, {0, 1, 1}, {1, 1, 1}, 1},
-        {"second at 87 % is dropped", {{100, 100}, {100, 87}}, 0, 1, {1, 0}, {1, 1}, 1},
-        {"second at 88.5 % is kept", {{128, 113}, {128, 100}}, 0, 1, {1, 1}, {1, 1}, 1},
+        {"sharpest is reference", {{100, 40}, {100, 60}, {100, 57}}, 1, 2, {0, 1, 1}, {1, 1, 1}, 1, 57.0f / 60},
+        {"second at 87 % is dropped", {{100, 100}, {100, 87}}, 0, 1, {1, 0}, {1, 1}, 1, 0.87f},
+        {"second at 88.5 % is kept", {{128, 113}, {128, 100}}, 0, 1, {1, 1}, {1, 1}, 1, 100.0f / 113},
         // Means 100, 100, 130: dispersions 30, 30, 60; frame 2 is 30 above
         // the next and is marked, so the sharpest normal frame is reference.
         // One frame off the reference's brightness keeps the burst normal.
-        {"outlier", {{100, 50}, {100, 48}, {130, 60}}, 0, 1, {1, 1, 1}, {1, 1, 0}, 1},
-        {"frame 0 is never an outlier", {{130, 60}, {100, 50}, {100, 48}}, 0, 1, {1, 0, 0}, {1, 1, 1}, 0},
-        {"two frames, equal dispersion", {{100, 50}, {140, 50}}, 0, 1, {1, 1}, {1, 1}, 1},
-        {"two frames off by 3", {{100, 50}, {103, 49}, {97, 48}}, 0, 1, {1, 1, 1}, {1, 1, 1}, 0},
-        {"two frames off by 2", {{100, 50}, {102, 49}, {98, 48}}, 0, 1, {1, 1, 1}, {1, 1, 1}, 1},
+        {"outlier", {{100, 50}, {100, 48}, {130, 60}}, 0, 1, {1, 1, 1}, {1, 1, 0}, 1, 48.0f / 50},
+        {"frame 0 is never an outlier", {{130, 60}, {100, 50}, {100, 48}}, 0, 1, {1, 0, 0}, {1, 1, 1}, 0, 50.0f / 60},
+        {"two frames, equal dispersion", {{100, 50}, {140, 50}}, 0, 1, {1, 1}, {1, 1}, 1, 1.0f},
+        {"two frames off by 3", {{100, 50}, {103, 49}, {97, 48}}, 0, 1, {1, 1, 1}, {1, 1, 1}, 0, 0.98f},
+        {"two frames off by 2", {{100, 50}, {102, 49}, {98, 48}}, 0, 1, {1, 1, 1}, {1, 1, 1}, 1, 0.98f},
+        // One frame: no second, ratio 0. Flat frames: every ratio is 0 / 0 and every frame is kept.
+        {"single frame", {{100, 50}}, 0, 1, {1}, {1}, 1, 0.0f},
+        {"flat frames", {{100, 0}, {100, 0}}, 0, 1, {1, 1}, {1, 1}, 1, NAN},
     };
     for (const auto& c : cases) {
         Burst burst(c.frames);
-        burst.run();
+        const float ratio = burst.run();
         SCOPED_TRACE(c.what);
+        EXPECT_TRUE(std::abs(ratio - c.ratio) < 1e-6f || (std::isnan(ratio) && std::isnan(c.ratio))) << ratio;
+        EXPECT_EQ(gMeanLux[0], c.frames[0].first);
         EXPECT_EQ(burst.ref, c.ref);
         EXPECT_EQ(burst.second, c.second);
         EXPECT_EQ(std::vector<int>(burst.kept, burst.kept + c.kept.size()), c.kept);
@@ -71,19 +77,6 @@ TEST(BlurCheck, ReferenceSecondDropsAndBrightness) {
         EXPECT_EQ(gPicNum, std::count(c.kept.begin(), c.kept.end(), 1));
         EXPECT_EQ(gSobel, nullptr) << "measures are freed and cleared";
     }
-}
-
-TEST(BlurCheck, RatioSingleFrameAndFlatFrames) {
-    Burst three({{100, 40}, {100, 60}, {100, 57}});
-    EXPECT_NEAR(three.run(), 57.0 / 60.0, 1e-6);
-    EXPECT_EQ(gMeanLux[0], 100);
-    Burst one({{100, 50}});
-    EXPECT_EQ(one.run(), 0.0f);
-    EXPECT_TRUE(one.ref == 0 && one.second == 1 && one.kept[0] == 1);
-    // Flat frames measure 0: every ratio is 0 / 0 and every frame is kept.
-    Burst flat({{100, 0}, {100, 0}});
-    EXPECT_TRUE(std::isnan(flat.run()));
-    EXPECT_TRUE(flat.kept[0] == 1 && flat.kept[1] == 1 && gPicNum == 2);
 }
 
 }  // namespace

@@ -17,7 +17,6 @@ namespace {
 
 using motiontest::vec;
 using motiontest::xy;
-using P = std::pair<int, int>;
 using Quarter = void (*)(unsigned char*, unsigned char*, int*, MV1*, int, int, int, int, int);
 using FullRes = void (*)(unsigned char*, unsigned char*, MV1*, int, int, int, int, int);
 
@@ -126,13 +125,13 @@ TEST(BlockRefinement, WideRowsDoNotWrapTheirLaneSums) {
     for (int x = -4; x < 8188; ++x) rf[-2 * W + x] = 0;
     MV1 full{}, quarter{};
     RefineMV_YV16_neon(c, rf, &full, W, 0, bw, 1, 2);
-    EXPECT_EQ(xy(full), P(-2, -1));
+    EXPECT_EQ(xy(full), std::pair(-2, -1));
     // The quarter stage needs a nonzero centre cost: column 8192 differs by
     // 28 (best = 26.6).
     rf[8192] = 100;
     int start[2] = {1, 1};
     RefineMVS_neon(c, rf, start, &quarter, W, 0, bw, 1, 2);
-    EXPECT_EQ(xy(quarter), P(4 * (1 - 2), 4 * (1 - 1)));
+    EXPECT_EQ(xy(quarter), std::pair(4 * (1 - 2), 4 * (1 - 1)));
 }
 
 TEST(BlockRefinement, VectorLoadsStayWithinThePlainRulesReach) {

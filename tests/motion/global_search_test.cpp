@@ -8,11 +8,11 @@
 #include <vector>
 
 #include "motion/scene.h"
+#include "support/layouts.h"
 #include "trv/stages.h"
 
 namespace {
 
-using motiontest::Origin;
 using motiontest::xy;
 
 // ME with frames[0] as the reference: the records of the others.
@@ -32,14 +32,14 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
     const struct {
         int W, H, pad;
         bool packedToo, zeroCost;
-        std::vector<Origin> origins;
+        std::vector<std::pair<int, int>> origins;  // where each frame is cut, off the centre
     } cases[] = {
         // k = 0, R = 12: every integer offset is a candidate.
         {160, 120, 16, true, true, {{0, 0}, {3, -7}, {-12, 12}, {0, 0}, {12, 5}}},
         // k = 2, R = 67: the grid -67 + 4j, no refinement.
         {1024, 768, 24, true, true, {{0, 0}, {3, -5}, {-13, 7}}},
-        // k = 4: coarse step 16, passes at 8 and 4.
-        {4000, 3000, 40, false, true, {{0, 0}, {-21, 11}}},
+        // k = 4, R = 24: the grid -24 + 16j, passes at 8 and 4.
+        {2064, 240, 24, false, true, {{0, 0}, {-20, 12}}},
         // R = 66, so -66 + 4j holds -66; R = 69 is capped to 67 (-69 + 4j would miss it).
         {660, 660, 70, false, true, {{0, 0}, {66, 66}}},
         {690, 690, 70, false, true, {{0, 0}, {67, 67}}},
@@ -47,15 +47,19 @@ TEST(GlobalSearch, RecoversKnownShiftsOnTheSearchedLattice) {
         {2000, 680, 80, true, false, {{0, 0}, {-5, 71}}},
     };
     for (const auto& t : cases) {
-        motiontest::Scene scene(t.W, t.H, t.pad, t.W + t.H);
+        const trvtest::Planes422 scene = trvtest::texturedPlanes(t.W + 2 * t.pad, t.H + 2 * t.pad, t.W + t.H);
         for (bool planar : {true, false}) {
             if (!planar && !t.packedToo) continue;
             std::vector<std::vector<uint8_t>> frames;
-            for (const Origin& o : t.origins) frames.push_back(scene.frame(o.x, o.y, planar));
+            for (auto [x, y] : t.origins) {
+                const auto frame = trvtest::cropPlanes(scene, t.pad + x, t.pad + y, t.W, t.H);
+                frames.push_back(trvtest::toLayout(frame, planar ? 4 : 2));
+            }
             const std::vector<MV1> found = search(frames, t.W, t.H, planar);
             for (size_t i = 1; i < t.origins.size(); ++i) {
                 SCOPED_TRACE(::testing::Message() << t.W << "x" << t.H << " planar " << planar << " frame " << i);
-                const std::pair want(t.origins[0].x - t.origins[i].x, t.origins[0].y - t.origins[i].y);
+                const std::pair want(t.origins[0].first - t.origins[i].first,
+                                     t.origins[0].second - t.origins[i].second);
                 EXPECT_EQ(xy(found[i - 1]), want);
                 EXPECT_TRUE(!t.zeroCost || found[i - 1].err == 0.0) << found[i - 1].err;
             }
@@ -81,7 +85,7 @@ TEST(GlobalSearch, TiesGoToTheFirstCandidateAndSingleFramesTouchNothing) {
     EXPECT_EQ(gMEInput, nullptr);
 }
 
-TEST(AlignmentError, SixFramesRemeasureAllButTheFirstRecord) {
+TEST(AlignmentError, FramesPastTheSecondAreRemeasured) {
     // 101 x 77: the crop is 81 x 63 at (10, 7), sampled every fourth row and
     // column from its corner: 16 x 21 = 336 samples; the vector is not applied.
     const int W = 101, H = 77;
@@ -101,30 +105,21 @@ TEST(AlignmentError, SixFramesRemeasureAllButTheFirstRecord) {
         MV1* mvs[5];
         for (int i = 0; i < 5; ++i)
             ptrs[i] = frames[i].data(), records[i] = motiontest::vec(4 * i, 0), mvs[i] = &records[i];
-        records[0].err = -1.0;
+        for (MV1& r : records) r.err = -1.0;  // left so unless measured
         gINFormat = bytes == 1 ? 0 : 2;
         CalcError(base.data(), ptrs, mvs, W, H, 6);
         const double want[5] = {-1.0, 0.0, 20.0 * 336, 100.0, 0.0};
         for (int i = 0; i < 5; ++i)
             EXPECT_TRUE(records[i].err == want[i] && records[i].x == 4 * i) << i << " " << bytes;
         EXPECT_EQ(gCEInput, nullptr);
+        records[1].err = 8.0;
+        CalcError(base.data(), ptrs, mvs, W, H, 2);  // two frames measure nothing
+        EXPECT_EQ(records[1].err, 8.0);
+        CalcError(ptrs[0], ptrs, mvs, 1, 3, 3);  // a 1 x 3 crop is the whole frame, sampled at (0, 0) only
+        EXPECT_EQ(records[1].err, 10.0);
+        CalcError(ptrs[0], ptrs, mvs, 5, 0, 3);  // no crop rows
+        EXPECT_EQ(records[1].err, 0.0);
     }
-}
-
-TEST(AlignmentError, TwoFramesMeasureNothingAndTinyFramesMeasureZero) {
-    std::vector<uint8_t> a(40 * 40 * 2, 10), b(40 * 40 * 2, 200);
-    unsigned char* frames[2] = {b.data(), b.data()};
-    MV1 records[2] = {};
-    records[1].err = 8.0;
-    MV1* mvs[2] = {&records[0], &records[1]};
-    gINFormat = 4;
-    CalcError(a.data(), frames, mvs, 40, 40, 2);
-    EXPECT_EQ(records[1].err, 8.0);
-    // 1 x 3: the crop is the whole frame, sampled at (0, 0) only; no crop rows: 0.
-    CalcError(a.data(), frames, mvs, 1, 3, 3);
-    EXPECT_EQ(records[1].err, 190.0);
-    CalcError(a.data(), frames, mvs, 5, 0, 3);
-    EXPECT_EQ(records[1].err, 0.0);
 }
 
 }  // namespace

@@ -17,7 +17,7 @@ struct Records {
     }
 };
 
-TEST(ReferenceSwap, OtherFramesMustBeMoreThanTwentyFiveCloserToTheSecond) {
+TEST(ReferenceSwap, OtherFramesMustBeMoreThanTwentyFiveCloserToTheSecondThenRebase) {
     // D: distance of the others to the second frame, A: to the reference.
     const struct {
         std::vector<std::pair<int, int>> vectors;
@@ -33,9 +33,7 @@ TEST(ReferenceSwap, OtherFramesMustBeMoreThanTwentyFiveCloserToTheSecond) {
         {{{50, 50}}, 2, false},  // nothing to compare
     };
     for (const auto& t : cases) EXPECT_EQ(trv::secondIsBetterAnchor(Records(t.vectors).mvs, t.n), t.swap) << t.n;
-}
-
-TEST(ReferenceSwap, VectorsAreReexpressedAgainstTheSecondFrame) {
+    // After a swap the vectors are re-expressed against the second frame.
     Records rec({{8, -4}, {10, 0}, {-2, 6}, {99, 99}});
     trv::rebaseOnSecond(rec.mvs, 4);
     const std::pair<int, int> want[4] = {{-8, 4}, {2, 4}, {-10, 10}, {99, 99}};  // the last is beyond the burst

@@ -3,6 +3,7 @@
 // the plain layout conversions.
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "support/layouts.h"
 #include "tone/tone_test.h"
@@ -12,6 +13,9 @@ namespace {
 using tonetest::Bytes;
 using tonetest::outputBytes;
 using tonetest::randomFrame;
+
+const int32_t* const kGains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
+const float* const kChromaFactors[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
 
 TEST(ToneTables, HandComputedEntries) {
     // Colour differences round half away from zero: 1.403 * -128 = -179.58,
@@ -27,16 +31,15 @@ TEST(ToneTables, HandComputedEntries) {
     const int gains[3][6] = {{4210, 2401, 1570, 1256, 1110, 1024},
                              {2820, 1779, 1313, 1139, 1064, 1024},
                              {5056, 2645, 1654, 1292, 1123, 1024}};
-    const int32_t* tables[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
     for (int s = 0; s < 4; ++s) {
-        for (int i = 0; i < 6; ++i) EXPECT_EQ(tables[s][points[i]], gains[std::min(s, 2)][i]) << s << " " << i;
-        EXPECT_EQ(tables[s][0], 0);
+        for (int i = 0; i < 6; ++i) EXPECT_EQ(kGains[s][points[i]], gains[std::min(s, 2)][i]) << s << " " << i;
+        EXPECT_EQ(kGains[s][0], 0);
     }
     const float chroma[2][4] = {{0.782f, 0.8383f, 0.8517f, 0.8603f}, {0.6689f, 0.7988f, 0.8301f, 0.85f}};
     const int at[4] = {16, 64, 128, 255};
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(uvScaleTable1[at[i]] == chroma[0][i] && uvScaleTable4[at[i]] == chroma[1][i]);
-    for (const float* f : {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4})
+    for (const float* f : kChromaFactors)
         EXPECT_TRUE(f[0] == 0.0f && f[1] == 0.0f);
 }
 
@@ -72,55 +75,44 @@ Bytes convertModel(const Bytes& frame, int W, int H, int format) {
 }
 
 TEST_F(ToneEnhance, CellSizeAndTableSetFollowTheStatedInputs) {
-    Bytes big = randomFrame(4000, 2000, 3);  // the pipeline's size, not w x h, picks the cell size
-    EXPECT_EQ(enhance(big, 4000, 2000, 4, 0, 0, 5000, 5000)[7999999], big[7999999]);  // exactly 8,000,000 pixels
-    EXPECT_EQ(gDown_level, 4);
-    Bytes line(8000001, 9);
-    enhance(line, 8000001, 1, 4, 0);  // one more pixel
-    EXPECT_EQ(gDown_level, 8);
-    const int32_t* gains[4] = {ScaleTable1, ScaleTable2, ScaleTable3, ScaleTable4};
-    const float* factors[4] = {uvScaleTable1, uvScaleTable2, uvScaleTable3, uvScaleTable4};
+    // Cells of 4 up to 8,000,000 pixels of the pipeline's size, not of w x h.
+    for (auto [W, L] : {std::pair{8000000, 4}, {8000001, 8}}) {
+        Bytes line(W, 9);
+        enhance(line, W, 1, 4, 0, 0, 5000, 5000);
+        EXPECT_EQ(gDown_level, L) << W;
+    }
     Bytes in = randomFrame(8, 8, 1);
     // ID, level, set; IDs 0 and 7 keep the last choice.
     for (auto [id, level, set] : {std::array{1, 99, 0}, {1, 100, 1}, {2, 0, 2}, {3, 500, 3}, {0, 5, 3}, {7, 0, 3}}) {
         enhance(in, 8, 8, 4, id, level);
-        EXPECT_TRUE(gScaleTb == gains[set] && gUVScaleTb == factors[set] && gColorEnhanceID == id) << id;
+        EXPECT_TRUE(gScaleTb == kGains[set] && gUVScaleTb == kChromaFactors[set] && gColorEnhanceID == id) << id;
     }
 }
 
 TEST_F(ToneEnhance, BrightnessPlaneHoldsHandComputedCells) {
-    auto convert = [](Bytes& frame, int W, int H, int L) {
-        gW = W;
-        gH = H;
+    // 8 x 12, luma 50 | 91, plus 1 in columns 2 and 6 and 4 for each 4-row
+    // step down. At L = 4 every cell is a whole step, (50 + 51 + 54 + 55 + 2)
+    // >> 2 = 53; the last ones' lower samples lie past the luma, in the grey
+    // first chroma row: (58 + 59 + 128 + 128 + 2) >> 2 = 93. At L = 8 a whole
+    // step, (50 + 91 + 54 + 95 + 2) >> 2 = 73, then a 2-row one, (58 + 99 + 1)
+    // >> 1 = 79. V = 200 adds round(1.403 * 72) = 101 (G - Y = -51 loses);
+    // U = 20, V = 60 add (11698 * 68 + 5636 * 108 + 8192) >> 14 = 86 (R - Y
+    // and B - Y are negative).
+    Bytes frame(8 * 12 + 8 * 6, 128);
+    for (int i = 0; i < 96; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 91) + (i % 4 == 2) + (i / 32) * 4);
+    frame[96 + 5] = 200;  // pair of column 4, row 0
+    frame[112] = 20;      // pair of column 0, row 4
+    frame[113] = 60;
+    for (auto [L, want] : {std::pair{4, Bytes{53, 195, 143, 98, 93, 114}}, {8, Bytes{73, 79}}}) {
+        Bytes plane(want.size(), 0);
+        gW = 8;
+        gH = 12;
         gDown_level = L;
         gCImgIn = frame.data();
-        Bytes plane(((W + L - 1) / L) * ((H + L - 1) / L), 0);
         gV = plane.data();
         RGBConvert();
-        return plane;
-    };
-    // Grey frames with luma 2r, plus 1 in the columns a cell samples second
-    // (L / 2 in): each cell averages 2r, 2r + 1, 2r + 8, 2r + 9 with rounding,
-    // so the cell at row r holds 2r + 5 whichever of the four workers wrote it.
-    for (auto [W, H, L] : {std::array{8, 40, 4}, {16, 72, 8}}) {
-        Bytes frame(W * H * 3 / 2, 128);
-        for (int p = 0; p < W * H; ++p) frame[p] = static_cast<uint8_t>(2 * (p / W) + (p % W % L == L / 2));
-        const Bytes plane = convert(frame, W, H, L);
-        for (size_t i = 0; i < plane.size(); ++i) {
-            const int r = L * static_cast<int>(i / (W / L));  // at L = 4 the last row's second samples are grey chroma
-            EXPECT_EQ(plane[i], r + 4 < H ? 2 * r + 5 : (4 * r + 1 + 256 + 2) >> 2) << L << " " << i;
-        }
+        EXPECT_EQ(plane, want) << L;
     }
-    // 8 x 6: one whole 4-row step, then a 2-row one averaging two samples.
-    // Luma 50 | 90, plus 1 in columns 2 and 6. V = 200 adds round(1.403 * 72) =
-    // 101 (G - Y = -51 loses); U = 20, V = 60 add (11698 * 68 + 5636 * 108 +
-    // 8192) >> 14 = 86 (R - Y and B - Y are negative).
-    Bytes frame(8 * 6 + 8 * 3, 128);
-    for (int i = 0; i < 48; ++i) frame[i] = static_cast<uint8_t>((i % 8 < 4 ? 50 : 90) + (i % 4 == 2));
-    frame[48 + 5] = 200;  // pair of column 4, row 0
-    frame[64] = 20;       // pair of column 0, row 4
-    frame[65] = 60;
-    EXPECT_EQ(convert(frame, 8, 6, 4), (Bytes{51, 192, 137, 91}));
 }
 
 TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
@@ -135,12 +127,11 @@ TEST_F(ToneEnhance, IdZeroAndUnknownIdsOnlyConvertTheLayout) {
             EXPECT_EQ(enhance(frame, 40, H, format, 7), want) << "H " << H << " format " << format;
         }
     }
-    Bytes frame = randomFrame(32, 32, 8), out(outputBytes(32, 32, 4), 77);  // no kernel for these cell sizes
-    gW = gH = 32;
-    gOUTFormat = 4;
-    gCImgIn = frame.data();
+    // Without a kernel for the cell size the bands write nothing. The entry
+    // leaves the state of a tone-mapping call behind.
+    Bytes frame = randomFrame(32, 32, 8), out(outputBytes(32, 32, 4), 77);
+    enhance(frame, 32, 32, 4, 1);
     gCImgOut = out.data();
-    gColorEnhanceID = 1;
     for (int L : {0, 5, -4}) {
         gDown_level = L;
         RunImgEnhance();

@@ -27,17 +27,11 @@ int modelQuad(const Bytes& cells, int L, int W, int x) {
     return j >= (W + L - 1) / L - 1 ? cells[j] : blend(cells[j], cells[j + 1], (x & ~1) % L / 2, L);
 }
 
-// Byte offsets of luma (r, x) and of the U and V of pixel pair (r, q).
-struct Layout {
-    int format, W, rows;
-    int y(int r, int x) const { return format == 2 ? r * 2 * W + 2 * x : r * W + x; }
-    int u(int r, int q) const {
-        return format == 4   ? W * rows + (r / 2) * W + 2 * q + 1
-               : format == 0 ? W * rows + r * (W / 2) + q
-                             : r * 2 * W + 4 * q + 1;
-    }
-    int v(int r, int q) const { return format == 4 ? u(r, q) - 1 : format == 0 ? u(r, q) + W * rows / 2 : u(r, q) + 2; }
-};
+// Offsets of pixel 1's luma, U and V in rows 0 and 1 of a 2 x 2 output:
+// NV21 (one chroma row, V first), planar 4:2:2, packed Y0 U Y1 V.
+const struct {
+    int format, at[2][3];
+} kQuadOffsets[] = {{4, {{1, 5, 4}, {3, 5, 4}}}, {0, {{1, 4, 6}, {3, 5, 7}}}, {2, {{2, 1, 3}, {6, 5, 7}}}};
 
 class ToneKernels : public tonetest::ToneTest {};
 
@@ -64,15 +58,13 @@ TEST_F(ToneKernels, SingleQuadsUnderFlatGainsRoundAsStated) {
         gUVScaleTb = factors.data();
         Bytes inY(4, static_cast<uint8_t>(y)), inC = {static_cast<uint8_t>(u), static_cast<uint8_t>(v)}, cell(1, 9);
         for (int L : {4, 8}) {
-            for (int format : {4, 0, 2}) {
+            for (const auto& q : kQuadOffsets) {
                 Bytes out(8, 0);
-                tonetest::toneBand(format, L, inY.data(), inC.data(), out.data(), out.data() + 4, cell.data(), 2, 2,
+                tonetest::toneBand(q.format, L, inY.data(), inC.data(), out.data(), out.data() + 4, cell.data(), 2, 2,
                                    true);
-                const Layout at{format, 2, 2};
-                for (int r = 0; r < 2; ++r) {
-                    EXPECT_EQ((std::array{+out[at.y(r, 1)], +out[at.u(r, 0)], +out[at.v(r, 0)]}),
-                              (std::array{wantY, wantU, wantV}))
-                        << "s " << s << " L " << L << " format " << format;
+                for (const auto& at : q.at) {
+                    EXPECT_EQ((std::array{+out[at[0]], +out[at[1]], +out[at[2]]}), (std::array{wantY, wantU, wantV}))
+                        << "s " << s << " L " << L << " format " << q.format;
                 }
             }
         }
@@ -119,9 +111,7 @@ TEST_F(ToneKernels, RowPairsBlendTheirCellRowsOverTheFloor) {
                  {8, 8, false, 60, {60, 60, 100, 150}}, {4, 8, true, 60, {60, 100, 200, 200}}};
     for (const auto& c : cases) {
         std::memset(gTHTable, 0, sizeof gTHTable);
-        gTHTable[1] = c.floor;
-        gW = 2;
-        gH = c.rows;
+        gTHTable[1] = c.floor;  // NV21 output: the frame size is not read
         Bytes inY(2 * c.rows, 1), inC(c.rows, 128), cells = {0, 200}, out(4 * c.rows, 0);
         tonetest::toneBand(4, c.L, inY.data(), inC.data(), out.data(), out.data() + 2 * c.rows, cells.data(), 2,
                            c.rows, c.last);
