@@ -149,12 +149,6 @@ inline Lanes16 widened(uint8x16_t v) {
     return {vandq_u16(words, vdupq_n_u16(0xFF)), vshrq_n_u16(words, 8)};
 }
 
-inline void accumulate(Lanes16& sum, uint8x16_t v) {
-    const Lanes16 w = widened(v);
-    sum.even = vaddq_u16(sum.even, w.even);
-    sum.odd = vaddq_u16(sum.odd, w.odd);
-}
-
 // Low byte of every lane, back in place order (the narrowing of the
 // division routines).
 inline uint8x16_t narrowed(uint16x8_t even, uint16x8_t odd) {
@@ -163,14 +157,38 @@ inline uint8x16_t narrowed(uint16x8_t even, uint16x8_t odd) {
 
 inline uint8x16_t clampBetween(uint8x16_t f, uint8x16_t lo, uint8x16_t hi) { return vminq_u8(vmaxq_u8(f, lo), hi); }
 
-// Lanes where |s24 - n x| >= 16 n. Every term is below 6 * 255, so the
-// difference is exact in signed 16-bit lanes.
+// Signed byte lanes, widened in place order: even and odd 16-bit lanes.
+inline void widenSigned(int8x16_t v, int16x8_t* even, int16x8_t* odd) {
+    const int16x8_t words = vreinterpretq_s16_s8(v);
+    *even = vshrq_n_s16(vshlq_n_s16(words, 8), 8);
+    *odd = vshrq_n_s16(words, 8);
+}
+
+// Sum over the frames of clamp(f) - x, in signed byte lanes. Each term lies
+// within [-limit, limit]; with at most five frames and a limit of 24 the
+// sum stays within [-120, 120], so byte lanes hold it exactly.
 template <int N>
-inline uint16x8_t takesFramesOnly(uint16x8_t s24, uint16x8_t x) {
-    const int16x8_t deviation = vsubq_s16(vreinterpretq_s16_u16(s24), vreinterpretq_s16_u16(vmulq_n_u16(x, N)));
+inline int8x16_t clampedDeviations(uint8x16_t x, const uint8x16_t* f, uint8x16_t lo, uint8x16_t hi) {
+    static_assert(N <= 5, "five other frames at most");
+    int8x16_t sum = vdupq_n_s8(0);
+    for (int k = 0; k < N; ++k) sum = vaddq_s8(sum, vreinterpretq_s8_u8(vsubq_u8(clampBetween(f[k], lo, hi), x)));
+    return sum;
+}
+
+// Lanes where |s24 - n x| >= 16 n, from the deviation s24 - n x.
+template <int N>
+inline uint16x8_t takesFramesOnly(int16x8_t deviation) {
     return vorrq_u16(vcgtq_s16(deviation, vdupq_n_s16(16 * N - 1)), vcltq_s16(deviation, vdupq_n_s16(1 - 16 * N)));
 }
 
+// The sum m x + deviation, exact: the true sum is a sum of bytes.
+inline uint16x8_t withDeviation(uint16x8_t x, int m, int16x8_t deviation) {
+    return vaddq_u16(vmulq_n_u16(x, static_cast<uint16_t>(m)), vreinterpretq_u16_s16(deviation));
+}
+
+// The sums s24 (frames clamped to x +- 24) and s16 (reference and frames
+// clamped to x +- 16) are kept as their deviations from the reference in
+// byte lanes and widened once per 16 columns.
 template <int N>
 struct LumaBlend16 {
     trv::LaneDivider<N> byFrames;
@@ -181,21 +199,19 @@ struct LumaBlend16 {
         if (N == 1) return vrhaddq_u8(x, clampBetween(f[0], lo16, hi16));
         const uint8x16_t lo24 = vqsubq_u8(x, vdupq_n_u8(24)), hi24 = vqaddq_u8(x, vdupq_n_u8(24));
         const Lanes16 centre = widened(x);
-        Lanes16 s24{vdupq_n_u16(0), vdupq_n_u16(0)};
-        Lanes16 s16 = centre;
-        for (int k = 0; k < N; ++k) {
-            accumulate(s24, clampBetween(f[k], lo24, hi24));
-            accumulate(s16, clampBetween(f[k], lo16, hi16));
-        }
-        const uint16x8_t evenFramesOnly = takesFramesOnly<N>(s24.even, centre.even);
-        const uint16x8_t oddFramesOnly = takesFramesOnly<N>(s24.odd, centre.odd);
-        uint16x8_t even = byAll(s16.even), odd = byAll(s16.odd);
+        int16x8_t d24Even, d24Odd, d16Even, d16Odd;
+        widenSigned(clampedDeviations<N>(x, f, lo24, hi24), &d24Even, &d24Odd);
+        widenSigned(clampedDeviations<N>(x, f, lo16, hi16), &d16Even, &d16Odd);
+        const uint16x8_t evenFramesOnly = takesFramesOnly<N>(d24Even);
+        const uint16x8_t oddFramesOnly = takesFramesOnly<N>(d24Odd);
+        uint16x8_t even = byAll(withDeviation(centre.even, N + 1, d16Even));
+        uint16x8_t odd = byAll(withDeviation(centre.odd, N + 1, d16Odd));
         // Where the frames agree with the reference, as in most of a still
         // scene, no lane takes the frames-only mean: skip its division.
         const uint64x2_t any = vreinterpretq_u64_u16(vorrq_u16(evenFramesOnly, oddFramesOnly));
         if ((vgetq_lane_u64(any, 0) | vgetq_lane_u64(any, 1)) != 0) {
-            even = vbslq_u16(evenFramesOnly, byFrames(s24.even), even);
-            odd = vbslq_u16(oddFramesOnly, byFrames(s24.odd), odd);
+            even = vbslq_u16(evenFramesOnly, byFrames(withDeviation(centre.even, N, d24Even)), even);
+            odd = vbslq_u16(oddFramesOnly, byFrames(withDeviation(centre.odd, N, d24Odd)), odd);
         }
         return narrowed(even, odd);
     }
@@ -208,9 +224,10 @@ struct ChromaBlend16 {
     uint8x16_t operator()(uint8x16_t c, const uint8x16_t* f) const {
         const uint8x16_t lo = vqsubq_u8(c, vdupq_n_u8(10)), hi = vqaddq_u8(c, vdupq_n_u8(10));
         if (N == 1) return vrhaddq_u8(c, clampBetween(f[0], lo, hi));
-        Lanes16 sum = widened(c);
-        for (int k = 0; k < N; ++k) accumulate(sum, clampBetween(f[k], lo, hi));
-        return narrowed(byAll(sum.even), byAll(sum.odd));
+        const Lanes16 centre = widened(c);
+        int16x8_t even, odd;
+        widenSigned(clampedDeviations<N>(c, f, lo, hi), &even, &odd);
+        return narrowed(byAll(withDeviation(centre.even, N + 1, even)), byAll(withDeviation(centre.odd, N + 1, odd)));
     }
 };
 
