@@ -124,20 +124,15 @@ inline Runs absDiff(const Runs& a, const Runs& b) { return {vabdq_u8(a.lo, b.lo)
 inline Runs addSaturated(const Runs& a, const Runs& b) { return {vqaddq_u8(a.lo, b.lo), vqaddq_u8(a.hi, b.hi)}; }
 
 // Per sample, in its even byte: luma (the even byte) plus both bytes of its
-// chroma pair, saturated.
+// chroma pair, saturated (in any order: the sum of non-negative terms or
+// 255). Odd bytes hold what they may: their thresholds are 255, which no
+// byte passes.
 inline uint8x16_t sampleSum(uint8x16_t luma, uint8x16_t pair) {
-    const uint8x16_t evenOnly = vreinterpretq_u8_u16(vdupq_n_u16(0x00FF));
-    const uint8x16_t withFirst = vqaddq_u8(vandq_u8(luma, evenOnly), pair);  // (luma + first, second)
-    return vqaddq_u8(withFirst, vreinterpretq_u8_u16(vshrq_n_u16(vreinterpretq_u16_u8(withFirst), 8)));
+    return vqaddq_u8(luma, vqaddq_u8(pair, vreinterpretq_u8_u16(vshrq_n_u16(vreinterpretq_u16_u8(pair), 8))));
 }
 
 inline Runs sampleSums(const Runs& luma, const Runs& pairs) {
     return {sampleSum(luma.lo, pairs.lo), sampleSum(luma.hi, pairs.hi)};
-}
-
-inline Runs evenBytesOnly(const Runs& luma) {
-    const uint8x16_t evenOnly = vreinterpretq_u8_u16(vdupq_n_u16(0x00FF));
-    return {vandq_u8(luma.lo, evenOnly), vandq_u8(luma.hi, evenOnly)};
 }
 
 // One sample row of a block as the vector path reads it: pointers at the
@@ -193,7 +188,7 @@ Runs localThresholds(const RowPointers& p, ptrdiff_t at, ptrdiff_t step, ptrdiff
     if (p.luma[2] != nullptr) activity = addSaturated(activity, absDiff(centre, lumaRuns<L>(p.luma[2] + at, step)));
     const uint8x16_t lo = vdupq_n_u8(L == ClassifySamples::LumaAndColour ? 20 : 16);
     const uint8x16_t hi = vdupq_n_u8(L == ClassifySamples::LumaAndColour ? 35 : 25);
-    Runs sum = evenBytesOnly(activity);
+    Runs sum = activity;
     if (L == ClassifySamples::LumaAndColour) {
         const Runs mid = chromaRuns(p.chroma[1] + chromaAt, chromaStep);
         Runs colour = addSaturated(absDiff(mid, chromaRuns(p.chroma[1] + chromaAt - 2, chromaStep)),
@@ -276,7 +271,7 @@ void countStretch(const BlockJob& job, const RowPointers& p, int from, int to, S
             const Runs dLuma = absDiff(refLuma, lumaRuns<L>(p.frameLuma[k] + at, step));
             const Runs d = L == ClassifySamples::LumaAndColour
                                ? sampleSums(dLuma, absDiff(refChroma, chromaRuns(p.frameChroma[k] + chromaAt, chromaStep)))
-                               : evenBytesOnly(dLuma);
+                               : dLuma;
             sink.add(k, lo - from, hi - from, passes(d.lo, threshold.lo), passes(d.hi, threshold.hi));
         }
         sink.endGroup(job);
