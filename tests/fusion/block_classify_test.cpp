@@ -155,4 +155,20 @@ TEST(BlockClassify, DisagreementCountsMatchTheModelForEveryBlockSize) {
     EXPECT_GT(hits, total / 10);
 }
 
+// Tiles taller than 512 rows: the running column sums of the shared pass
+// wrap past 255. Every sample disagrees, so each block counts all of its
+// (S + 8)^2 / 4 samples, four pixels each.
+TEST(BlockClassify, TallTilesCountEverySample) {
+    Frames b(800, 4200, 2);
+    for (int k = 1; k <= 2; ++k) std::fill(b.planes[k].y.begin(), b.planes[k].y.end(), 255);
+    b.publish(4, 0);
+    gMeanY = 40;
+    const trv::TileGeometry g = trv::tileGeometry(27, b.W, b.H);
+    std::vector<int32_t> got(g.rows * g.cols * trv::kMaxClassifyFrames, 0);
+    trv::countDisagreements(g, 27, ClassifySamples::LumaAndColour, got.data());
+    const int n = (g.block + 8) / 2;
+    for (int block = 0; block < g.rows * g.cols; ++block)
+        for (int k = 0; k < 2; ++k) ASSERT_EQ(got[block * trv::kMaxClassifyFrames + k], 4 * n * n) << "block " << block;
+}
+
 }  // namespace
