@@ -19,6 +19,12 @@ struct Mapping {
 
 Mapping gScratch[static_cast<int>(ScratchUse::Count)];
 
+struct Loan {
+    uint8_t* memory = nullptr;
+    size_t bytes = 0;
+};
+Loan gLoans[static_cast<int>(ScratchUse::Count)];
+
 void unmap(Mapping& m) {
     if (m.base != nullptr) munmap(m.base, m.mapped);
     m = Mapping{};
@@ -27,6 +33,8 @@ void unmap(Mapping& m) {
 }  // namespace
 
 uint8_t* scratchBuffer(ScratchUse use, size_t bytes) {
+    const Loan& loan = gLoans[static_cast<int>(use)];
+    if (loan.memory != nullptr && bytes <= loan.bytes) return loan.memory;
     Mapping& m = gScratch[static_cast<int>(use)];
     if (bytes <= m.capacity && m.data != nullptr) return m.data;
     unmap(m);
@@ -56,6 +64,12 @@ void markScratchDirty(ScratchUse use, size_t bytes) {
     Mapping& m = gScratch[static_cast<int>(use)];
     if (bytes > m.dirty) m.dirty = bytes < m.capacity ? bytes : m.capacity;
 }
+
+ScratchLoan::ScratchLoan(ScratchUse use, uint8_t* memory, size_t bytes) : use_(use) {
+    gLoans[static_cast<int>(use)] = {memory, memory != nullptr ? bytes : 0};
+}
+
+ScratchLoan::~ScratchLoan() { gLoans[static_cast<int>(use_)] = Loan{}; }
 
 void releaseScratch() {
     for (Mapping& m : gScratch) unmap(m);

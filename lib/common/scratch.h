@@ -20,8 +20,9 @@ enum class ScratchUse {
     Count
 };
 
-// At least `bytes` bytes, 64-byte aligned, valid until a larger request for
-// the same use or releaseScratch(). The contents are whatever the previous
+// At least `bytes` bytes, 64-byte aligned (lent memory: as lent), valid
+// until a larger request for the same use, the end of a loan or
+// releaseScratch(). The contents are whatever the previous
 // user left (zero when freshly mapped). Null when the memory cannot be had.
 uint8_t* scratchBuffer(ScratchUse use, size_t bytes);
 
@@ -31,5 +32,20 @@ size_t scratchDirtyBytes(ScratchUse use);
 void markScratchDirty(ScratchUse use, size_t bytes);
 
 void releaseScratch();
+
+// While a ScratchLoan lives, requests for `use` that fit in `bytes` get
+// `memory` instead of the kept buffer: memory the caller has already
+// touched, which a first burst would otherwise take fresh from the system.
+// The lender must not read or write the memory meanwhile.
+class ScratchLoan {
+public:
+    ScratchLoan(ScratchUse use, uint8_t* memory, size_t bytes);
+    ~ScratchLoan();
+    ScratchLoan(const ScratchLoan&) = delete;
+    ScratchLoan& operator=(const ScratchLoan&) = delete;
+
+private:
+    ScratchUse use_;
+};
 
 }  // namespace trv

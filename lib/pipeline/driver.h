@@ -28,6 +28,10 @@ struct BurstReport {
 // With deliverTo set, the result (fused or converted, 4:2:0 with the input's
 // chroma order) is written there for every input layout, and out->data is not
 // touched; deliverTo must hold singleFrameOutputBytes(W, H) bytes.
+// Whether the output frame holds the motion search's working images until
+// fusion writes it (on by default; tests turn it off to compare).
+extern bool gLendOutputToSearch;
+
 int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_PARAM* param, uint8_t* deliverTo,
                      BurstReport* report);
 

@@ -17,6 +17,8 @@
 
 namespace trv {
 
+bool gLendOutputToSearch = true;
+
 namespace {
 
 constexpr const char* kVersionTag = "2018-2-24-Normal-BMQ";
@@ -88,6 +90,16 @@ void swapReference(FrameLists& lists, MV1** mvs, int32_t frames, int32_t W, int3
     CalcError(lists.R, lists.F, mvs, W, H, frames);
 }
 
+// Nothing reads the output frame before fusion (or the single-frame
+// conversion) writes it, and at even sizes of at least 64 x 64 that writes
+// every byte of its 4:2:0 frame, whatever was there. Until then the frame
+// can hold the working images of the motion search where they fit: pages
+// the caller has already touched, where a first burst would otherwise take
+// about as many fresh ones from the system and wait for them to be zeroed.
+bool outputCanLend(int32_t W, int32_t H) {
+    return gLendOutputToSearch && W >= TRV_FUSE_MIN_WIDTH && H >= TRV_FUSE_MIN_HEIGHT && (W & 1) == 0 && (H & 1) == 0;
+}
+
 // Global motion, the reference swap, screening, then fusion of what is
 // left (or the single-frame conversion when fewer than two frames remain).
 void alignAndFuse(FrameLists& lists, uint8_t* O, int32_t W, int32_t H, float sharpnessRatio, int32_t level,
@@ -96,14 +108,19 @@ void alignAndFuse(FrameLists& lists, uint8_t* O, int32_t W, int32_t H, float sha
     MV1* mvs[kMotionRecords];
     for (int k = 0; k < kMotionRecords; ++k) mvs[k] = &records[k];
 
-    ME(lists.R, lists.F, mvs, W, H, gPicNum);
-    const bool swapped = gPicNum > 2 && static_cast<double>(sharpnessRatio) > kSwapSharpnessRatio &&
-                         secondIsBetterAnchor(mvs, gPicNum);
-    if (swapped) swapReference(lists, mvs, gPicNum, W, H);
-
+    bool swapped = false;
     const int32_t screened = gPicNum < 6 ? gPicNum : 6;
     int32_t kept[6] = {};
-    screenFrames(lists.F, lists.Q, W >> 2, H >> 2, W, H, mvs, gPicNum, kept);
+    {
+        // The luma crop of the search and the alignment error lives in the
+        // output frame until fusion writes it (see outputCanLend).
+        const ScratchLoan loan(ScratchUse::LumaCrop, outputCanLend(W, H) ? O : nullptr, singleFrameOutputBytes(W, H));
+        ME(lists.R, lists.F, mvs, W, H, gPicNum);
+        swapped = gPicNum > 2 && static_cast<double>(sharpnessRatio) > kSwapSharpnessRatio &&
+                  secondIsBetterAnchor(mvs, gPicNum);
+        if (swapped) swapReference(lists, mvs, gPicNum, W, H);
+        screenFrames(lists.F, lists.Q, W >> 2, H >> 2, W, H, mvs, gPicNum, kept);
+    }
     // Screening compacted F and Q; the input indices follow the same rule.
     int32_t listedIndex[7];
     std::copy(lists.inputIndex, lists.inputIndex + 7, listedIndex);

@@ -12,6 +12,7 @@
 #include <tuple>
 #include <vector>
 
+#include "pipeline/driver.h"
 #include "pipeline/labels.h"
 #include "support/burst.h"
 #include "trv/stages.h"
@@ -112,6 +113,24 @@ TEST(Interface, BadArgumentsNeverCrash) {
     }
     Burst b(kFrame, 4);
     EXPECT_EQ(TRV_Enhancement(nullptr, nullptr, &b.param, nullptr), 0);
+}
+
+// Until fusion writes the output frame, it holds the motion search's luma
+// crop and lattice images (where they fit: from about 320 x 240 on); fusion
+// then writes every byte of it, in every layout: the same bursts fused into
+// 0xFF with the loan and into 0x00 without it give the same bytes.
+TEST(OutputLoan, FusionOverwritesEveryLentByte) {
+    for (auto [w, h, code] : {std::tuple{320, 240, 0}, {330, 246, 4}, {322, 240, 2}, {340, 252, 1}}) {
+        const trvtest::Planes422 scene = trvtest::texturedPlanes(w, h, 5);
+        const std::vector<trvtest::Planes422> planes = {scene, trvtest::shifted(scene, 3, -2),
+                                                        trvtest::shifted(scene, -4, 1)};
+        Burst lent(planes, code, 0xFF), own(planes, code, 0x00);
+        ASSERT_EQ(lent.fuse(), TRV_FUSE_OK);
+        trv::gLendOutputToSearch = false;
+        ASSERT_EQ(own.fuse(), TRV_FUSE_OK);
+        trv::gLendOutputToSearch = true;
+        EXPECT_EQ(lent.result, own.result) << w << "x" << h << " code " << code;
+    }
 }
 
 }  // namespace
