@@ -33,20 +33,73 @@ inline uint16x8_t divideByFactorLanes(uint16x8_t v, float32x4_t factor, float32x
     return vreinterpretq_u16_u32(vorrq_u32(qEven, vshlq_n_u32(qOdd, 16)));
 }
 
-// The divisor D and, for 3, 5 and 6, the load-time factor Divfun D uses.
+// Divfun3 / 5 / 6 with their load-time factors (0x3EAAB368, 0x3E4CCCCD,
+// 0x3E2AB368) and 0.5, in integers: (v * M + K) >> S equals trunc(0.5 + v *
+// factor) in single precision for every v up to 6 * 255, the largest sum
+// the blending kernels divide (the tests check each such v). Far cheaper
+// than float lanes where those are emulated.
+template <int D>
+struct IntegerQuotient;
+template <>
+struct IntegerQuotient<3> {
+    static constexpr uint32_t kFactorBits = 0x3EAAB368u, K = 682;
+    static constexpr uint16_t M = 683;
+    static constexpr int S = 11;
+};
+template <>
+struct IntegerQuotient<5> {
+    static constexpr uint32_t kFactorBits = 0x3E4CCCCDu, K = 1944;
+    static constexpr uint16_t M = 819;
+    static constexpr int S = 12;
+};
+template <>
+struct IntegerQuotient<6> {
+    static constexpr uint32_t kFactorBits = 0x3E2AB368u, K = 2047;
+    static constexpr uint16_t M = 683;
+    static constexpr int S = 12;
+};
+
+template <int D>
+inline uint16x8_t divideByMultiply(uint16x8_t v) {
+    using Q = IntegerQuotient<D>;
+    const uint32x4_t k = vdupq_n_u32(Q::K);
+    const uint16x4_t m = vdup_n_u16(Q::M);
+    return vcombine_u16(vshrn_n_u32(vmlal_u16(k, vget_low_u16(v), m), Q::S),
+                        vshrn_n_u32(vmlal_u16(k, vget_high_u16(v), m), Q::S));
+}
+
+// True when every lane of `value` holds the float with these bits.
+inline bool allLanesAre(float32x4_t value, uint32_t bits) {
+    uint32_t lanes[4];
+    vst1q_u32(lanes, vreinterpretq_u32_f32(value));
+    return lanes[0] == bits && lanes[1] == bits && lanes[2] == bits && lanes[3] == bits;
+}
+
+// The divisor D and, for 3, 5 and 6, the load-time factor Divfun D uses
+// (in integers while the factor and 0.5 hold their load-time values; the
+// process-wide constants can be changed, and then the float rule runs).
 template <int D>
 struct LaneDivider {
     static_assert(D >= 1 && D <= 6, "frame counts 1 .. 6");
     float32x4_t factor, half;
 
-    LaneDivider()
-        : factor(D == 3 ? CONST0_3_3 : (D == 5 ? CONST0_2 : CONST0_1_6_7)), half(CONST0_5) {}
+    bool integer = false;
 
+    LaneDivider()
+        : factor(D == 3 ? CONST0_3_3 : (D == 5 ? CONST0_2 : CONST0_1_6_7)), half(CONST0_5) {
+        if constexpr (D == 3 || D == 5 || D == 6)
+            integer = allLanesAre(factor, IntegerQuotient<D>::kFactorBits) && allLanesAre(half, 0x3F000000u);
+    }
+
+    // v at most 6 * 255.
     uint16x8_t operator()(uint16x8_t v) const {
         if (D == 1) return v;
         // (v + 1) >> 1 and (v + 2) >> 2 without overflow at the top of the range.
         if (D == 2) return vhaddq_u16(v, vdupq_n_u16(1));
         if (D == 4) return vshrq_n_u16(vhaddq_u16(v, vdupq_n_u16(2)), 1);
+        if constexpr (D == 3 || D == 5 || D == 6) {
+            if (integer) return divideByMultiply<D>(v);
+        }
         return divideByFactorLanes(v, factor, half);
     }
 };

@@ -5,7 +5,9 @@
 
 #include <vector>
 
+#include "fusion/divide_lanes.h"
 #include "fusion/fusion_scene.h"
+#include "support/restore.h"
 
 namespace {
 
@@ -214,6 +216,21 @@ TEST(BlendConstants, DivisionRoutinesOnEveryInput) {
                 ASSERT_EQ(out[lane], vectorDivide(in[lane], d)) << "divide by " << d << " of " << in[lane];
         }
     }
+    // The kernels' inline dividers on every sum they divide, with the
+    // load-time factors (integer form) and with a changed one (float form).
+    auto inlineMatches = [&](auto divider, int d) {
+        for (uint16_t v = 0; v <= 6 * 255; ++v)
+            if ((vgetq_lane_u16(divider(vdupq_n_u16(v)), 0) & 0xFF) != vget_lane_u8(routines[d - 1](vdupq_n_u16(v)), 0))
+                return false;
+        return true;
+    };
+    EXPECT_TRUE(inlineMatches(trv::LaneDivider<3>(), 3));
+    EXPECT_TRUE(inlineMatches(trv::LaneDivider<5>(), 5));
+    EXPECT_TRUE(inlineMatches(trv::LaneDivider<6>(), 6));
+    const trvtest::Restore<float32x4_t> keep(CONST0_1_6_7);
+    CONST0_1_6_7 = vdupq_n_f32(0.17f);
+    EXPECT_FALSE(trv::LaneDivider<6>().integer);
+    EXPECT_TRUE(inlineMatches(trv::LaneDivider<6>(), 6));
 }
 
 }  // namespace
