@@ -59,13 +59,15 @@ struct IntegerQuotient<6> {
     static constexpr int S = 12;
 };
 
+// (v * M + K) >> S in 16-bit lanes: with v = 32 hi + lo it is (hi * M +
+// ((lo * M + K) >> 5)) >> (S - 5), and for v up to 6 * 255 no term passes
+// 16 bits (hi <= 47).
 template <int D>
 inline uint16x8_t divideByMultiply(uint16x8_t v) {
     using Q = IntegerQuotient<D>;
-    const uint32x4_t k = vdupq_n_u32(Q::K);
-    const uint16x4_t m = vdup_n_u16(Q::M);
-    return vcombine_u16(vshrn_n_u32(vmlal_u16(k, vget_low_u16(v), m), Q::S),
-                        vshrn_n_u32(vmlal_u16(k, vget_high_u16(v), m), Q::S));
+    const uint16x8_t high = vmulq_n_u16(vshrq_n_u16(v, 5), Q::M);
+    const uint16x8_t low = vmlaq_n_u16(vdupq_n_u16(static_cast<uint16_t>(Q::K)), vandq_u16(v, vdupq_n_u16(31)), Q::M);
+    return vshrq_n_u16(vaddq_u16(high, vshrq_n_u16(low, 5)), Q::S - 5);
 }
 
 // True when every lane of `value` holds the float with these bits.
