@@ -28,11 +28,18 @@ struct BurstReport {
 // With deliverTo set, the result (fused or converted, 4:2:0 with the input's
 // chroma order) is written there for every input layout, and out->data is not
 // touched; deliverTo must hold singleFrameOutputBytes(W, H) bytes.
+int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_PARAM* param, uint8_t* deliverTo,
+                     BurstReport* report);
+
+// Frame sizes the validated entry accepts for fusion: even sides of at least
+// TRV_FUSE_MIN_WIDTH x TRV_FUSE_MIN_HEIGHT. Fusion writes every byte of the
+// output frame at these sizes.
+inline bool isFusedFrameSize(int32_t W, int32_t H) {
+    return W >= TRV_FUSE_MIN_WIDTH && H >= TRV_FUSE_MIN_HEIGHT && (W & 1) == 0 && (H & 1) == 0;
+}
+
 // Whether the output frame holds the motion search's working images until
 // fusion writes it (on by default; tests turn it off to compare).
 extern bool gLendOutputToSearch;
-
-int32_t enhanceBurst(_tag_TRV_INPUTINFO* in, __tag_TRV_OFFSCREEN* out, _tag_TRV_PARAM* param, uint8_t* deliverTo,
-                     BurstReport* report);
 
 }  // namespace trv

@@ -91,14 +91,13 @@ void swapReference(FrameLists& lists, MV1** mvs, int32_t frames, int32_t W, int3
 }
 
 // Nothing reads the output frame before fusion (or the single-frame
-// conversion) writes it, and at even sizes of at least 64 x 64 that writes
-// every byte of its 4:2:0 frame, whatever was there. Until then the frame
-// can hold the working images of the motion search where they fit: pages
-// the caller has already touched, where a first burst would otherwise take
-// about as many fresh ones from the system and wait for them to be zeroed.
-bool outputCanLend(int32_t W, int32_t H) {
-    return gLendOutputToSearch && W >= TRV_FUSE_MIN_WIDTH && H >= TRV_FUSE_MIN_HEIGHT && (W & 1) == 0 && (H & 1) == 0;
-}
+// conversion) writes it, and at the sizes the validated entry accepts that
+// writes every byte of its 4:2:0 frame, whatever was there. Until then the
+// frame can hold the working images of the motion search where they fit:
+// pages the caller has already touched, where a first burst would otherwise
+// take about as many fresh ones from the system and wait for them to be
+// zeroed.
+bool outputCanLend(int32_t W, int32_t H) { return gLendOutputToSearch && isFusedFrameSize(W, H); }
 
 // Global motion, the reference swap, screening, then fusion of what is
 // left (or the single-frame conversion when fewer than two frames remain).

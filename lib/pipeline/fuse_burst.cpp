@@ -26,7 +26,7 @@ int32_t validateBurst(const _tag_TRV_INPUTINFO* in, const _tag_TRV_PARAM* param,
     for (int32_t i = 1; i < in->picNum; ++i) {
         if (in->pics[i]->width != W || in->pics[i]->height != H) return TRV_FUSE_UNEQUAL_SIZES;
     }
-    if (W < TRV_FUSE_MIN_WIDTH || H < TRV_FUSE_MIN_HEIGHT || (W & 1) != 0 || (H & 1) != 0) return TRV_FUSE_BAD_SIZE;
+    if (!trv::isFusedFrameSize(W, H)) return TRV_FUSE_BAD_SIZE;
     if (!fitsStageArithmetic(W, H)) return TRV_FUSE_BAD_SIZE;
     if (!isAcceptedInputFormat(param->inputFormat)) return TRV_FUSE_BAD_INPUT_FORMAT;
     if (param->outputFormat != 4) return TRV_FUSE_BAD_OUTPUT_FORMAT;
