@@ -23,6 +23,8 @@ constexpr int kStackSlots = 32;
 
 class StackSlots {
 public:
+    StackSlots() { map(); }
+
     // A free slot's stack, or null.
     void* take(int* slot) {
         const std::lock_guard<std::mutex> hold(lock_);
@@ -64,12 +66,9 @@ StackSlots& stackSlots() {
 
 // The slots are mapped when the library is loaded rather than inside a
 // process's first burst, whose time a camera app shows at the shutter:
-// address space only, no memory is touched.
-const bool kSlotsMappedAtLoad = [] {
-    int slot = -1;
-    if (stackSlots().take(&slot) != nullptr) stackSlots().give(slot);
-    return true;
-}();
+// address space only, no memory is touched. (Should that mapping fail, the
+// first take() tries again.)
+StackSlots& kSlotsMappedAtLoad = stackSlots();
 
 struct Worker {
     pthread_t thread;
